@@ -1,0 +1,30 @@
+#pragma once
+
+#include "CryptoHeader.h"
+#include "VaultIndex.h"
+
+#include <QByteArray>
+#include <QMap>
+#include <QString>
+
+namespace Velmarin::Core {
+
+// The JSON header of a container, as read from or about to be written to its header region.
+struct ContainerHeader
+{
+    // The "magic" text inside the JSON; the file itself starts with FileMagic.
+    static inline const QByteArray MagicText = QByteArrayLiteral("VLTBOX");
+    static constexpr int CurrentFormatVersion = 3;
+
+    int formatVersion = CurrentFormatVersion;
+    CryptoHeader crypto;
+    // Legacy members: read and carried so such headers still open, never written.
+    VaultIndex fileIndex;
+    QByteArray encryptedIndex;
+    QByteArray encryptedPayload;
+    QMap<QString, QByteArray> filePayloads;
+    // Set by the reader: where the payload region starts in the file it came from.
+    qint64 payloadOffset = 0;
+};
+
+} // namespace Velmarin::Core

@@ -1,0 +1,46 @@
+#include "IndexCipher.h"
+
+#include "VaultCrypto.h"
+
+namespace Velmarin::Core {
+
+namespace {
+const QByteArray IndexLabel = QByteArrayLiteral("index");
+}
+
+IndexCipher::IndexCipher(const VaultCrypto& crypto, const QByteArray& blockKey)
+    : m_crypto(crypto)
+    , m_key(blockKey)
+{}
+
+QByteArray IndexCipher::encryptIndex(const ContainerHeader& header, const VaultIndex& index) const
+{
+    return m_crypto.encrypt(index.toJson(), m_key, header.crypto.payloadNonce,
+                            m_crypto.associatedData(header, IndexLabel));
+}
+
+bool IndexCipher::decryptIndex(const ContainerHeader& header, VaultIndex& out) const
+{
+    if (header.encryptedIndex.isEmpty()) {
+        return false;
+    }
+    const QByteArray json = m_crypto.decrypt(header.encryptedIndex, m_key, header.crypto.payloadNonce,
+                                             m_crypto.associatedData(header, IndexLabel));
+    if (json.isEmpty()) {
+        return false;
+    }
+    out = VaultIndex::fromJson(json);
+    return true;
+}
+
+bool IndexCipher::sealInto(ContainerHeader& header, const VaultIndex& index) const
+{
+    header.crypto.authTag.clear();
+    header.encryptedPayload.clear();
+    header.filePayloads.clear();
+    header.crypto.payloadNonce = m_crypto.randomBytes(VaultCrypto::NonceSize);
+    header.encryptedIndex = encryptIndex(header, index);
+    return !header.encryptedIndex.isEmpty();
+}
+
+} // namespace Velmarin::Core

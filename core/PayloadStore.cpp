@@ -1,0 +1,75 @@
+#include "PayloadStore.h"
+
+#include "VaultCrypto.h"
+
+#include <QCryptographicHash>
+#include <QIODevice>
+
+namespace Velmarin::Core {
+
+PayloadStore::PayloadStore(const VaultCrypto& crypto, const QByteArray& key, const QByteArray& associatedData)
+    : m_crypto(crypto)
+    , m_key(key)
+    , m_associatedData(associatedData)
+{}
+
+bool PayloadStore::appendBlocks(QIODevice& source, QIODevice& container, qint64 expectedTotal,
+                                const QString& label, const ProgressCallback& progress,
+                                FileEntry& entry) const
+{
+    QCryptographicHash hash(QCryptographicHash::Sha256);
+    QByteArray plain(BlockSize, Qt::Uninitialized);
+    qint64 done = 0;
+    entry.blocks.clear();
+    while (!source.atEnd()) {
+        const qint64 read = source.read(plain.data(), BlockSize);
+        if (read <= 0) {
+            return false;
+        }
+        const QByteArray piece = QByteArray::fromRawData(plain.constData(), static_cast<qsizetype>(read));
+        hash.addData(piece);
+        const QByteArray nonce = m_crypto.randomBytes(VaultCrypto::NonceSize);
+        const QByteArray sealed = m_crypto.encrypt(piece, m_key, nonce, m_associatedData);
+        if (sealed.isEmpty()) {
+            return false;
+        }
+        const qint64 offset = container.pos();
+        if (container.write(sealed) != sealed.size()) {
+            return false;
+        }
+        entry.blocks.append(BlockEntry{offset, read, sealed.size(), nonce});
+        done += read;
+        if (progress) {
+            progress(done, expectedTotal, label);
+        }
+    }
+    entry.sizeBytes = done;
+    entry.sha256 = hash.result();
+    return true;
+}
+
+bool PayloadStore::exportBlocks(QIODevice& container, const FileEntry& entry, QIODevice& destination) const
+{
+    for (const BlockEntry& block : entry.blocks) {
+        if (!isPlausible(block) || !container.seek(block.offset)) {
+            return false;
+        }
+        const QByteArray sealed = container.read(block.encryptedSize);
+        if (sealed.size() != block.encryptedSize) {
+            return false;
+        }
+        const QByteArray plain = m_crypto.decrypt(sealed, m_key, block.nonce, m_associatedData);
+        if (plain.size() != block.plainSize || destination.write(plain) != plain.size()) {
+            return false;
+        }
+    }
+    return true;
+}
+
+bool PayloadStore::isPlausible(const BlockEntry& block)
+{
+    return block.offset >= 0 && block.plainSize > 0 && block.plainSize <= BlockSize &&
+           block.encryptedSize == block.plainSize + VaultCrypto::TagSize;
+}
+
+} // namespace Velmarin::Core

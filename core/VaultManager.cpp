@@ -1,0 +1,498 @@
+#include "VaultManager.h"
+
+#include "IndexCipher.h"
+#include "PayloadStore.h"
+#include "VaultCompactor.h"
+#include "VaultPath.h"
+
+#include <QFile>
+#include <QFileInfo>
+#include <QUuid>
+
+namespace Velmarin::Core {
+
+namespace {
+
+const QString KdfName = QStringLiteral("Argon2id");
+const QString CipherName = QStringLiteral("XChaCha20-Poly1305");
+const QByteArray MasterKeyLabel = QByteArrayLiteral("master-key");
+const QByteArray FileBlockLabel = QByteArrayLiteral("file-block");
+constexpr int MinimumPasswordLength = 12;
+
+} // namespace
+
+VaultManager::VaultManager(const QString& workspaceParent)
+    : m_workspace(workspaceParent)
+{}
+
+VaultManager::~VaultManager() = default;
+
+bool VaultManager::isPasswordAcceptable(const QByteArray& password)
+{
+    return QString::fromUtf8(password).size() >= MinimumPasswordLength;
+}
+
+QByteArray VaultManager::blockKey() const
+{
+    return m_masterKey.view(VaultCrypto::KeySize);
+}
+
+IndexCipher VaultManager::indexCipher() const
+{
+    return IndexCipher(m_crypto, blockKey());
+}
+
+PayloadStore VaultManager::payloadStore() const
+{
+    // Block associated data names only the format version, which every readable header shares.
+    return PayloadStore(m_crypto, blockKey(), m_crypto.associatedData(ContainerHeader(), FileBlockLabel));
+}
+
+SecretBytes VaultManager::derivePasswordKey(const ContainerHeader& header, const QByteArray& password) const
+{
+    KdfParams params;
+    params.algorithm = header.crypto.kdf;
+    params.salt = header.crypto.salt;
+    params.iterations = header.crypto.kdfIterations;
+    params.keyLength = VaultCrypto::DerivedKeySize;
+    QByteArray derived = m_crypto.deriveKey(password, params);
+    return SecretBytes::takeFrom(derived);
+}
+
+QByteArray VaultManager::wrapMasterKey(const ContainerHeader& header, const QByteArray& password,
+                                       const QByteArray& masterKey) const
+{
+    const SecretBytes passwordKey = derivePasswordKey(header, password);
+    if (passwordKey.isEmpty() || masterKey.isEmpty()) {
+        return {};
+    }
+    return m_crypto.encrypt(masterKey, passwordKey.view(VaultCrypto::KeySize), header.crypto.nonce,
+                            m_crypto.associatedData(header, MasterKeyLabel));
+}
+
+SecretBytes VaultManager::unwrapMasterKey(const ContainerHeader& header, const QByteArray& password) const
+{
+    const SecretBytes passwordKey = derivePasswordKey(header, password);
+    if (passwordKey.isEmpty() || header.crypto.encryptedMasterKey.isEmpty()) {
+        return {};
+    }
+    QByteArray masterKey =
+        m_crypto.decrypt(header.crypto.encryptedMasterKey, passwordKey.view(VaultCrypto::KeySize),
+                         header.crypto.nonce, m_crypto.associatedData(header, MasterKeyLabel));
+    SecretBytes secret = SecretBytes::takeFrom(masterKey);
+    // The first 32 bytes are the block key; anything shorter cannot be a master key of ours.
+    if (secret.size() < VaultCrypto::KeySize) {
+        secret.clear();
+    }
+    return secret;
+}
+
+bool VaultManager::createVault(const QString& containerPath, const QByteArray& password)
+{
+    // An open session still holds edits and a workspace: it is closed with lock, never replaced.
+    if (isUnlocked() || !isPasswordAcceptable(password)) {
+        return false;
+    }
+    ContainerHeader header;
+    header.crypto.kdf = KdfName;
+    header.crypto.cipher = CipherName;
+    header.crypto.nonce = m_crypto.randomBytes(VaultCrypto::NonceSize);
+    header.crypto.salt = m_crypto.randomBytes(VaultCrypto::SaltSize);
+    header.crypto.payloadNonce = m_crypto.randomBytes(VaultCrypto::NonceSize);
+    m_containerPath = containerPath;
+    m_index.clear();
+
+    QByteArray randomKey = m_crypto.randomBytes(VaultCrypto::MasterKeySize);
+    const SecretBytes masterKey = SecretBytes::takeFrom(randomKey);
+    header.crypto.encryptedMasterKey = wrapMasterKey(header, password, masterKey.view());
+    if (header.crypto.encryptedMasterKey.isEmpty()) {
+        return false;
+    }
+    header.encryptedIndex =
+        IndexCipher(m_crypto, masterKey.view(VaultCrypto::KeySize)).encryptIndex(header, VaultIndex());
+    if (header.encryptedIndex.isEmpty()) {
+        return false;
+    }
+    m_state = State::Locked;
+    return m_containerFile.writeNewContainer(containerPath, header);
+}
+
+bool VaultManager::unlock(const QString& containerPath, const QByteArray& password)
+{
+    if (isUnlocked() || password.isEmpty()) {
+        return false;
+    }
+    ContainerHeader header;
+    if (!m_containerFile.readHeader(containerPath, header)) {
+        return false;
+    }
+    SecretBytes masterKey = unwrapMasterKey(header, password);
+    if (masterKey.isEmpty()) {
+        return false;
+    }
+    VaultIndex index;
+    if (!IndexCipher(m_crypto, masterKey.view(VaultCrypto::KeySize)).decryptIndex(header, index)) {
+        return false;
+    }
+    m_masterKey = std::move(masterKey);
+    m_index = std::move(index);
+    m_containerPath = containerPath;
+    m_state = State::Unlocked;
+    // Failing to take the workspace still leaves the session open; the next lock releases it.
+    return m_workspace.acquire();
+}
+
+bool VaultManager::lock()
+{
+    if (isUnlocked()) {
+        // Edits come home first; one that cannot be stored keeps the vault open so nothing is lost.
+        for (const EditedFile& edited : m_workspace.changedFiles()) {
+            if (!importFile(edited.localPath, edited.vaultPath)) {
+                return false;
+            }
+        }
+    }
+    m_workspace.clearRecords();
+    const bool released = m_workspace.release();
+    m_masterKey.clear();
+    m_index.clear();
+    m_state = State::Locked;
+    return released;
+}
+
+bool VaultManager::changePassword(const QString& containerPath, const QByteArray& currentPassword,
+                                  const QByteArray& newPassword)
+{
+    if (isUnlocked() || currentPassword.isEmpty() || !isPasswordAcceptable(newPassword)) {
+        return false;
+    }
+    ContainerHeader header;
+    if (!m_containerFile.readHeader(containerPath, header)) {
+        return false;
+    }
+    const SecretBytes masterKey = unwrapMasterKey(header, currentPassword);
+    if (masterKey.isEmpty()) {
+        return false;
+    }
+    // Only the wrapping changes: the index's associated data has neither salt, nonce nor KDF name.
+    header.crypto.kdf = KdfName;
+    header.crypto.cipher = CipherName;
+    header.crypto.nonce = m_crypto.randomBytes(VaultCrypto::NonceSize);
+    header.crypto.salt = m_crypto.randomBytes(VaultCrypto::SaltSize);
+    header.crypto.encryptedMasterKey = wrapMasterKey(header, newPassword, masterKey.view());
+    if (header.crypto.encryptedMasterKey.isEmpty()) {
+        return false;
+    }
+    return m_containerFile.rewriteHeader(containerPath, header);
+}
+
+bool VaultManager::saveIndex(const VaultIndex& newIndex)
+{
+    ContainerHeader header;
+    if (!m_containerFile.readHeader(m_containerPath, header)) {
+        return false;
+    }
+    return saveIndex(header, newIndex);
+}
+
+bool VaultManager::saveIndex(ContainerHeader& header, const VaultIndex& newIndex)
+{
+    if (!indexCipher().sealInto(header, newIndex) ||
+        !m_containerFile.rewriteHeader(m_containerPath, header)) {
+        return false;
+    }
+    m_index = newIndex;
+    return true;
+}
+
+bool VaultManager::importFile(const QString& sourcePath, const QString& vaultPath,
+                              const ProgressCallback& progress)
+{
+    if (!isUnlocked()) {
+        return false;
+    }
+    const QString target = normalizeVaultPath(vaultPath);
+    const QFileInfo sourceInfo(sourcePath);
+    if (target.isEmpty() || !sourceInfo.exists() || !sourceInfo.isFile()) {
+        return false;
+    }
+    QFile source(sourcePath);
+    if (!source.open(QIODevice::ReadOnly)) {
+        return false;
+    }
+    ContainerHeader header;
+    if (!m_containerFile.readHeader(m_containerPath, header)) {
+        return false;
+    }
+
+    // Importing over a file in any letter case replaces it; its blocks become dead space.
+    VaultIndex newIndex;
+    for (const DirectoryEntry& directory : m_index.directories()) {
+        newIndex.upsertDirectory(directory);
+    }
+    newIndex.ensureParentDirectories(target);
+    for (const FileEntry& file : m_index.files()) {
+        if (!isSameVaultPath(file.vaultPath, target)) {
+            newIndex.upsertFile(file);
+        }
+    }
+    FileEntry entry;
+    entry.id = QUuid::createUuid().toString(QUuid::WithoutBraces);
+    entry.vaultPath = target;
+    entry.sizeBytes = sourceInfo.size();
+    entry.lastModifiedUtc = sourceInfo.lastModified().toUTC();
+
+    // Unbuffered, so that a failed write leaves nothing pending that would block the truncation.
+    QFile container(m_containerPath);
+    if (!container.open(QIODevice::ReadWrite | QIODevice::Unbuffered)) {
+        return false;
+    }
+    const qint64 rollbackSize = container.size();
+    const PayloadStore store = payloadStore();
+    const bool appended = container.seek(rollbackSize) &&
+                          store.appendBlocks(source, container, entry.sizeBytes, target, progress, entry) &&
+                          container.flush();
+    container.close();
+    if (!appended || !newIndex.upsertFile(entry) || !saveIndex(header, newIndex)) {
+        truncateContainer(container, m_containerPath, rollbackSize);
+        return false;
+    }
+    return true;
+}
+
+void VaultManager::truncateContainer(QFile& container, const QString& path, qint64 size)
+{
+    if (!container.isOpen()) {
+        container.setFileName(path);
+        if (!container.open(QIODevice::ReadWrite | QIODevice::Unbuffered)) {
+            return;
+        }
+    }
+    container.resize(size);
+    container.flush();
+    container.close();
+}
+
+bool VaultManager::exportFile(const QString& vaultPath, QIODevice* destination)
+{
+    if (destination == nullptr || !isUnlocked()) {
+        return false;
+    }
+    const FileEntry* entry = m_index.findFile(normalizeVaultPath(vaultPath));
+    if (entry == nullptr) {
+        return false;
+    }
+    QFile container(m_containerPath);
+    if (!container.open(QIODevice::ReadOnly)) {
+        return false;
+    }
+    return payloadStore().exportBlocks(container, *entry, *destination);
+}
+
+bool VaultManager::exportFile(const QString& vaultPath, const QString& destinationPath)
+{
+    const QString source = normalizeVaultPath(vaultPath);
+    if (source.isEmpty() || !isUnlocked()) {
+        return false;
+    }
+    QFile destination(destinationPath);
+    if (!destination.open(QIODevice::WriteOnly | QIODevice::Truncate)) {
+        return false;
+    }
+    return exportFile(source, &destination) && destination.flush();
+}
+
+bool VaultManager::createFolder(const QString& path)
+{
+    const QString folder = normalizeVaultPath(path);
+    if (!isUnlocked() || folder.isEmpty() || m_index.fileExists(folder) || m_index.directoryExists(folder)) {
+        return false;
+    }
+    VaultIndex newIndex = m_index;
+    newIndex.ensureParentDirectories(folder);
+    const QDateTime now = QDateTime::currentDateTimeUtc();
+    newIndex.upsertDirectory(DirectoryEntry{folder, now, now});
+    return saveIndex(newIndex);
+}
+
+bool VaultManager::deleteEmptyFolder(const QString& path)
+{
+    const QString folder = normalizeVaultPath(path);
+    if (!isUnlocked() || folder.isEmpty()) {
+        return false;
+    }
+    const DirectoryEntry* stored = m_index.findDirectory(folder);
+    if (stored == nullptr || m_index.hasEntriesBelow(folder)) {
+        return false;
+    }
+    VaultIndex newIndex = m_index;
+    return newIndex.removeDirectory(stored->path) && saveIndex(newIndex);
+}
+
+bool VaultManager::deleteFile(const QString& path)
+{
+    const QString file = normalizeVaultPath(path);
+    if (!isUnlocked() || file.isEmpty()) {
+        return false;
+    }
+    const FileEntry* stored = m_index.findFile(file);
+    if (stored == nullptr) {
+        return false;
+    }
+    VaultIndex newIndex = m_index;
+    return newIndex.removeFile(stored->vaultPath) && saveIndex(newIndex);
+}
+
+bool VaultManager::moveFile(const QString& path, const QString& destinationFolder)
+{
+    const QString oldPath = normalizeVaultPath(path);
+    const QString folder = normalizeVaultPath(destinationFolder);
+    if (!isUnlocked() || oldPath.isEmpty() || !m_index.fileExists(oldPath)) {
+        return false;
+    }
+    if (!folder.isEmpty() && !m_index.directoryExists(folder)) {
+        return false;
+    }
+    // A move never replaces anything, and moving into the folder that holds the file is no move.
+    const QString newPath = joinVaultPath(folder, vaultFileName(oldPath));
+    if (newPath.isEmpty() || isSameVaultPath(newPath, oldPath) || m_index.fileExists(newPath) ||
+        m_index.directoryExists(newPath) || m_workspace.isOpen(oldPath)) {
+        return false;
+    }
+    return saveIndex(withFileRenamed(oldPath, newPath));
+}
+
+bool VaultManager::renameFile(const QString& oldPath, const QString& newPath)
+{
+    const QString from = normalizeVaultPath(oldPath);
+    const QString to = normalizeVaultPath(newPath);
+    // A change of letter case alone is refused: existence tests could not tell the two apart.
+    if (!isUnlocked() || from.isEmpty() || to.isEmpty() || isSameVaultPath(from, to)) {
+        return false;
+    }
+    if (!m_index.fileExists(from) || m_index.fileExists(to) || m_index.directoryExists(to) ||
+        m_workspace.isOpen(from)) {
+        return false;
+    }
+    return saveIndex(withFileRenamed(from, to));
+}
+
+VaultIndex VaultManager::withFileRenamed(const QString& oldPath, const QString& newPath) const
+{
+    VaultIndex newIndex;
+    for (const DirectoryEntry& directory : m_index.directories()) {
+        newIndex.upsertDirectory(directory);
+    }
+    bool renamed = false;
+    for (FileEntry file : m_index.files()) {
+        if (!renamed && isSameVaultPath(file.vaultPath, oldPath)) {
+            file.vaultPath = newPath;
+            renamed = true;
+        }
+        newIndex.upsertFile(file);
+    }
+    return newIndex;
+}
+
+bool VaultManager::renameFolder(const QString& oldPath, const QString& newPath)
+{
+    const QString from = normalizeVaultPath(oldPath);
+    const QString to = normalizeVaultPath(newPath);
+    if (!isUnlocked() || from.isEmpty() || to.isEmpty() || isSameVaultPath(from, to) || liesBelow(to, from)) {
+        return false;
+    }
+    if (!m_index.directoryExists(from) || m_index.directoryExists(to) || m_index.fileExists(to) ||
+        m_workspace.holdsOpenFile(from)) {
+        return false;
+    }
+    // The new index starts with the ancestors the new place still lacks.
+    VaultIndex withAncestors = m_index;
+    withAncestors.ensureParentDirectories(to);
+    VaultIndex newIndex;
+    for (qsizetype i = m_index.directories().size(); i < withAncestors.directories().size(); ++i) {
+        newIndex.upsertDirectory(withAncestors.directories().at(i));
+    }
+    const QDateTime now = QDateTime::currentDateTimeUtc();
+    const auto moved = [&](const QString& path) {
+        return isSameVaultPath(path, from) ? to : to + path.mid(from.size());
+    };
+    for (DirectoryEntry directory : m_index.directories()) {
+        if (isSameVaultPath(directory.path, from) || liesBelow(directory.path, from)) {
+            directory.path = moved(directory.path);
+            directory.modifiedUtc = now;
+        }
+        newIndex.upsertDirectory(directory);
+    }
+    for (FileEntry file : m_index.files()) {
+        if (liesBelow(file.vaultPath, from)) {
+            file.vaultPath = moved(file.vaultPath);
+        }
+        newIndex.upsertFile(file);
+    }
+    return saveIndex(newIndex);
+}
+
+bool VaultManager::fileExists(const QString& path) const
+{
+    const QString normalized = normalizeVaultPath(path);
+    return !normalized.isEmpty() && m_index.fileExists(normalized);
+}
+
+bool VaultManager::directoryExists(const QString& path) const
+{
+    const QString normalized = normalizeVaultPath(path);
+    return !normalized.isEmpty() && m_index.directoryExists(normalized);
+}
+
+bool VaultManager::isOpenForEdit(const QString& vaultPath) const
+{
+    return m_workspace.isOpen(normalizeVaultPath(vaultPath));
+}
+
+bool VaultManager::openForEdit(const QString& vaultPath, QString* localPath)
+{
+    if (!isUnlocked() || localPath == nullptr) {
+        return false;
+    }
+    const QString path = normalizeVaultPath(vaultPath);
+    if (path.isEmpty()) {
+        return false;
+    }
+    const QString local = m_workspace.localPathFor(path);
+    if (!m_workspace.makeParentDirectories(local)) {
+        return false;
+    }
+    QFile copy(local);
+    // The copy is plaintext: readable by its owner alone from the moment it exists.
+    if (!copy.open(QIODevice::WriteOnly | QIODevice::Truncate,
+                   QFileDevice::ReadOwner | QFileDevice::WriteOwner)) {
+        return false;
+    }
+    const bool exported = exportFile(path, &copy) && copy.flush();
+    copy.close();
+    if (!exported || !m_workspace.record(path, local)) {
+        return false;
+    }
+    *localPath = local;
+    return true;
+}
+
+bool VaultManager::compactVault(const ProgressCallback& progress, QString* preservedPath)
+{
+    if (preservedPath != nullptr) {
+        preservedPath->clear();
+    }
+    if (!isUnlocked() || m_containerPath.isEmpty()) {
+        return false;
+    }
+    const IndexCipher cipher = indexCipher();
+    const VaultCompactor compactor(m_containerFile, cipher);
+    VaultIndex compacted;
+    if (!compactor.compact(m_containerPath, m_index, progress, preservedPath, compacted)) {
+        return false;
+    }
+    m_index = std::move(compacted);
+    return true;
+}
+
+} // namespace Velmarin::Core

@@ -1,0 +1,98 @@
+#pragma once
+
+#include "ContainerFile.h"
+#include "ProgressCallback.h"
+#include "SecretBytes.h"
+#include "VaultCrypto.h"
+#include "VaultIndex.h"
+#include "Workspace.h"
+
+#include <QByteArray>
+#include <QString>
+
+class QFile;
+class QIODevice;
+
+namespace Velmarin::Core {
+
+class IndexCipher;
+class PayloadStore;
+
+// The vault engine: one container, its session and every operation on its contents.
+// Operations answer only true or false; the caller chooses what to tell the user. Each change is
+// made on a copy of the index that becomes the live one only after the container header was written.
+class VaultManager
+{
+public:
+    enum class State
+    {
+        Locked = 0,
+        Unlocked = 1
+    };
+
+    // The workspace goes below workspaceParent, by default the system's temporary folder.
+    explicit VaultManager(const QString& workspaceParent = QString());
+    ~VaultManager();
+    VaultManager(const VaultManager&) = delete;
+    VaultManager& operator=(const VaultManager&) = delete;
+
+    // Passwords are the UTF-8 bytes of what the user typed; the caller owns and wipes them.
+    bool createVault(const QString& containerPath, const QByteArray& password);
+    bool unlock(const QString& containerPath, const QByteArray& password);
+    bool lock();
+    bool changePassword(const QString& containerPath, const QByteArray& currentPassword,
+                        const QByteArray& newPassword);
+
+    State state() const { return m_state; }
+    bool isUnlocked() const { return m_state == State::Unlocked; }
+    QString containerPath() const { return m_containerPath; }
+    const VaultIndex& index() const { return m_index; }
+    QString workspaceDirectory() const { return m_workspace.directory(); }
+
+    static bool isPasswordAcceptable(const QByteArray& password);
+
+    bool importFile(const QString& sourcePath, const QString& vaultPath,
+                    const ProgressCallback& progress = {});
+    bool exportFile(const QString& vaultPath, const QString& destinationPath);
+    bool exportFile(const QString& vaultPath, QIODevice* destination);
+
+    bool createFolder(const QString& path);
+    bool deleteEmptyFolder(const QString& path);
+    bool deleteFile(const QString& path);
+    bool moveFile(const QString& path, const QString& destinationFolder);
+    bool renameFile(const QString& oldPath, const QString& newPath);
+    bool renameFolder(const QString& oldPath, const QString& newPath);
+    bool fileExists(const QString& path) const;
+    bool directoryExists(const QString& path) const;
+
+    bool openForEdit(const QString& vaultPath, QString* localPath);
+    bool isOpenForEdit(const QString& vaultPath) const;
+
+    bool compactVault(const ProgressCallback& progress, QString* preservedPath);
+
+private:
+    QByteArray blockKey() const;
+    PayloadStore payloadStore() const;
+    // A copy of the live index with the file at oldPath (any letter case) moved to newPath.
+    VaultIndex withFileRenamed(const QString& oldPath, const QString& newPath) const;
+    IndexCipher indexCipher() const;
+    SecretBytes derivePasswordKey(const ContainerHeader& header, const QByteArray& password) const;
+    QByteArray wrapMasterKey(const ContainerHeader& header, const QByteArray& password,
+                             const QByteArray& masterKey) const;
+    SecretBytes unwrapMasterKey(const ContainerHeader& header, const QByteArray& password) const;
+    // Writes newIndex into the container header and, only then, makes it the live index.
+    bool saveIndex(const VaultIndex& newIndex);
+    bool saveIndex(ContainerHeader& header, const VaultIndex& newIndex);
+    // Puts the container back to size after a failed append.
+    static void truncateContainer(QFile& container, const QString& path, qint64 size);
+
+    VaultCrypto m_crypto;
+    ContainerFile m_containerFile;
+    Workspace m_workspace;
+    State m_state = State::Locked;
+    QString m_containerPath;
+    SecretBytes m_masterKey;
+    VaultIndex m_index;
+};
+
+} // namespace Velmarin::Core

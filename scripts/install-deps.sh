@@ -1,0 +1,43 @@
+#!/usr/bin/env bash
+# Installs the Debian packages that building and testing Velmarin needs, and only the missing ones.
+# Works on Debian 12 and Ubuntu 22.04 or later; uses sudo when not run as root.
+set -euo pipefail
+
+packages=(
+    build-essential
+    cmake
+    ninja-build
+    pkg-config
+    qt6-base-dev
+    qt6-base-dev-tools
+    qt6-qpa-plugins
+    libgl-dev
+    libsodium-dev
+)
+
+missing=()
+for package in "${packages[@]}"; do
+    status=$(dpkg-query -W -f='${Status}' "$package" 2>/dev/null || true)
+    if [[ "$status" != "install ok installed" ]]; then
+        missing+=("$package")
+    fi
+done
+
+if [[ ${#missing[@]} -eq 0 ]]; then
+    exit 0
+fi
+
+if ! command -v apt-get >/dev/null 2>&1; then
+    echo "Faltam pacotes (${missing[*]}) e este sistema não tem apt-get: instale-os manualmente." >&2
+    exit 1
+fi
+
+sudo=()
+if [[ $(id -u) -ne 0 ]]; then
+    sudo=(sudo -n)
+fi
+
+echo "Instalando pacotes: ${missing[*]}"
+export DEBIAN_FRONTEND=noninteractive
+"${sudo[@]}" apt-get update -q
+"${sudo[@]}" apt-get install -y -q --no-install-recommends "${missing[@]}"

@@ -1,0 +1,287 @@
+#include "ContainerHeader.h"
+#include "VaultCrypto.h"
+#include "VaultManager.h"
+
+#include <QtTest>
+
+using Velmarin::Core::ContainerHeader;
+using Velmarin::Core::KdfParams;
+using Velmarin::Core::VaultCrypto;
+
+namespace {
+
+QByteArray sequence(int size, int first)
+{
+    QByteArray bytes(size, Qt::Uninitialized);
+    for (int i = 0; i < size; ++i) {
+        bytes[i] = static_cast<char>(first + i);
+    }
+    return bytes;
+}
+
+// A header with every field fixed, so associated data can be written out by hand.
+ContainerHeader fixedHeader()
+{
+    ContainerHeader header;
+    header.crypto.kdf = QStringLiteral("Argon2id");
+    header.crypto.cipher = QStringLiteral("XChaCha20-Poly1305");
+    header.crypto.kdfIterations = 250000;
+    header.crypto.salt = sequence(16, 0x00);
+    header.crypto.nonce = sequence(24, 0x10);
+    header.crypto.payloadNonce = sequence(24, 0x30);
+    return header;
+}
+
+} // namespace
+
+class TestVaultCrypto : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void pbkdf2MatchesRfc7914_data();
+    void pbkdf2MatchesRfc7914();
+    void argon2idMatchesIndependentTool();
+    void algorithmNameInOtherCaseTakesPbkdf2();
+    void pbkdf2RefusesIterationsBelowOne_data();
+    void pbkdf2RefusesIterationsBelowOne();
+    void deriveKeyRefusesEmptyInputs();
+    void argon2idRefusesSaltOfWrongLength();
+    void encryptDecryptRoundTrip();
+    void sixteenByteCiphertextDecryptsToEmpty();
+    void wrongKeyOrNonceSizeIsRefused_data();
+    void wrongKeyOrNonceSizeIsRefused();
+    void alteredCiphertextOrDataFails();
+    void associatedDataForEachLabel();
+    void associatedDataKeepsSeparatorBytesRaw();
+    void masterKeyFailsWhenAHeaderFieldChanges_data();
+    void masterKeyFailsWhenAHeaderFieldChanges();
+    void randomBytesHaveTheRequestedLength();
+
+private:
+    VaultCrypto m_crypto;
+};
+
+void TestVaultCrypto::pbkdf2MatchesRfc7914_data()
+{
+    QTest::addColumn<QByteArray>("password");
+    QTest::addColumn<QByteArray>("salt");
+    QTest::addColumn<int>("iterations");
+    QTest::addColumn<QByteArray>("expected");
+    // RFC 7914, section 11: PBKDF2-HMAC-SHA256 test vectors, 64-byte output.
+    QTest::newRow("passwd/salt/1") << QByteArray("passwd") << QByteArray("salt") << 1
+                                   << QByteArray::fromHex("55ac046e56e3089fec1691c22544b605"
+                                                          "f94185216dde0465e68b9d57c20dacbc"
+                                                          "49ca9cccf179b645991664b39d77ef31"
+                                                          "7c71b845b1e30bd509112041d3a19783");
+    QTest::newRow("Password/NaCl/80000") << QByteArray("Password") << QByteArray("NaCl") << 80000
+                                         << QByteArray::fromHex("4ddcd8f60b98be21830cee5ef22701f9"
+                                                                "641a4418d04c0414aeff08876b34ab56"
+                                                                "a1d425a1225833549adb841b51c9b317"
+                                                                "6a272bdebba1d078478f62b397f33c8d");
+}
+
+void TestVaultCrypto::pbkdf2MatchesRfc7914()
+{
+    QFETCH(QByteArray, password);
+    QFETCH(QByteArray, salt);
+    QFETCH(int, iterations);
+    QFETCH(QByteArray, expected);
+    const KdfParams params{QStringLiteral("PBKDF2-SHA256"), salt, iterations, 64};
+    const QByteArray key = m_crypto.deriveKey(password, params);
+    // 64 bytes take two SHA-256 blocks: both halves must match.
+    QCOMPARE(key.size(), 64);
+    QCOMPARE(key.toHex(), expected.toHex());
+}
+
+void TestVaultCrypto::argon2idMatchesIndependentTool()
+{
+    // Made with Debian's argon2 command (package argon2, 0~20171227):
+    //   echo -n "correct horse battery" | argon2 "VelmarinSalt0123" -id -t 3 -m 18 -p 1 -l 64 -r
+    //   echo -n "senha-de-teste-ção" | argon2 "0123456789abcdef" -id -t 3 -m 18 -p 1 -l 64 -r
+    const KdfParams first{QStringLiteral("Argon2id"), QByteArray("VelmarinSalt0123"), 250000, 64};
+    QCOMPARE(m_crypto.deriveKey(QByteArray("correct horse battery"), first).toHex(),
+             QByteArray("604b8ac31846f8f9e63689d3863c182f9fbaecc05c49a1d0368f0e4f3d872716"
+                        "e999e5b8ef44806cf571d24137648585d206934ffd72b41b70178be1560c429d"));
+    const KdfParams second{QStringLiteral("Argon2id"), QByteArray("0123456789abcdef"), 1, 64};
+    QCOMPARE(m_crypto.deriveKey(QStringLiteral("senha-de-teste-ção").toUtf8(), second).toHex(),
+             QByteArray("5c7d146b3355738bf3394f483929643cf931da4b445048945888ac60ce5a3f3f"
+                        "09ec1a4f76075ea09ccd9ff0555646e2f08bf25b274b8ce02b1fb3741ef06dbf"));
+}
+
+void TestVaultCrypto::algorithmNameInOtherCaseTakesPbkdf2()
+{
+    const KdfParams lower{QStringLiteral("argon2id"), QByteArray("salt"), 1, 64};
+    QCOMPARE(m_crypto.deriveKey(QByteArray("passwd"), lower).left(16).toHex(),
+             QByteArray("55ac046e56e3089fec1691c22544b605"));
+}
+
+void TestVaultCrypto::pbkdf2RefusesIterationsBelowOne_data()
+{
+    QTest::addColumn<int>("iterations");
+    QTest::newRow("zero") << 0;
+    QTest::newRow("negative") << -5;
+}
+
+void TestVaultCrypto::pbkdf2RefusesIterationsBelowOne()
+{
+    QFETCH(int, iterations);
+    const KdfParams params{QStringLiteral("PBKDF2"), QByteArray("salt"), iterations, 64};
+    QVERIFY(m_crypto.deriveKey(QByteArray("passwd"), params).isEmpty());
+}
+
+void TestVaultCrypto::deriveKeyRefusesEmptyInputs()
+{
+    const KdfParams params{QStringLiteral("PBKDF2"), QByteArray("salt"), 1, 64};
+    QVERIFY(m_crypto.deriveKey(QByteArray(), params).isEmpty());
+    QVERIFY(
+        m_crypto.deriveKey(QByteArray("passwd"), KdfParams{QStringLiteral("PBKDF2"), {}, 1, 64}).isEmpty());
+    QVERIFY(m_crypto.deriveKey(QByteArray("passwd"), KdfParams{QStringLiteral("PBKDF2"), "salt", 1, 0})
+                .isEmpty());
+    QCOMPARE(m_crypto.deriveKey(QByteArray("passwd"), params).size(), 64);
+}
+
+void TestVaultCrypto::argon2idRefusesSaltOfWrongLength()
+{
+    // The library reads exactly 16 salt bytes; any other length must fail instead of over-reading.
+    QVERIFY(m_crypto.deriveKey("password", KdfParams{QStringLiteral("Argon2id"), "short", 1, 64}).isEmpty());
+    QVERIFY(m_crypto.deriveKey("password", KdfParams{QStringLiteral("Argon2id"), QByteArray(17, 's'), 1, 64})
+                .isEmpty());
+}
+
+void TestVaultCrypto::encryptDecryptRoundTrip()
+{
+    const QByteArray key = m_crypto.randomBytes(32);
+    const QByteArray nonce = m_crypto.randomBytes(24);
+    const QByteArray sealed = m_crypto.encrypt("conteúdo", key, nonce, "ad");
+    QCOMPARE(sealed.size(), QByteArray("conteúdo").size() + 16);
+    QCOMPARE(m_crypto.decrypt(sealed, key, nonce, "ad"), QByteArray("conteúdo"));
+}
+
+void TestVaultCrypto::sixteenByteCiphertextDecryptsToEmpty()
+{
+    const QByteArray key = m_crypto.randomBytes(32);
+    const QByteArray nonce = m_crypto.randomBytes(24);
+    const QByteArray sealed = m_crypto.encrypt(QByteArray(), key, nonce, "ad");
+    QCOMPARE(sealed.size(), 16);
+    // Indistinguishable from a failure, which is why every caller treats empty as one.
+    QVERIFY(m_crypto.decrypt(sealed, key, nonce, "ad").isEmpty());
+}
+
+void TestVaultCrypto::wrongKeyOrNonceSizeIsRefused_data()
+{
+    QTest::addColumn<int>("keySize");
+    QTest::addColumn<int>("nonceSize");
+    QTest::newRow("key 31") << 31 << 24;
+    QTest::newRow("key 33") << 33 << 24;
+    QTest::newRow("nonce 12") << 32 << 12;
+    QTest::newRow("nonce 25") << 32 << 25;
+}
+
+void TestVaultCrypto::wrongKeyOrNonceSizeIsRefused()
+{
+    QFETCH(int, keySize);
+    QFETCH(int, nonceSize);
+    const QByteArray key = m_crypto.randomBytes(keySize);
+    const QByteArray nonce = m_crypto.randomBytes(nonceSize);
+    QVERIFY(m_crypto.encrypt("plain", key, nonce, "ad").isEmpty());
+    // A ciphertext that would decrypt under the first 32/24 bytes, to prove the size check decides.
+    const QByteArray sealed = m_crypto.encrypt("plain", key.left(32), nonce.left(24), "ad");
+    QVERIFY(m_crypto.decrypt(sealed, key, nonce, "ad").isEmpty());
+}
+
+void TestVaultCrypto::alteredCiphertextOrDataFails()
+{
+    const QByteArray key = m_crypto.randomBytes(32);
+    const QByteArray nonce = m_crypto.randomBytes(24);
+    QByteArray sealed = m_crypto.encrypt("plain text", key, nonce, "ad");
+    QVERIFY(m_crypto.decrypt(sealed, key, nonce, "ad!").isEmpty());
+    QVERIFY(m_crypto.decrypt(sealed.left(15), key, nonce, "ad").isEmpty());
+    sealed[3] = static_cast<char>(sealed[3] ^ 1);
+    QVERIFY(m_crypto.decrypt(sealed, key, nonce, "ad").isEmpty());
+}
+
+void TestVaultCrypto::associatedDataForEachLabel()
+{
+    const ContainerHeader header = fixedHeader();
+    QCOMPARE(m_crypto.associatedData(header, "file-block"), QByteArray("VLTBOX|file-block|3"));
+    QCOMPARE(m_crypto.associatedData(header, "file-block").size(), 19);
+
+    const QByteArray masterKey = QByteArray("VLTBOX|master-key|3|XChaCha20-Poly1305|Argon2id|250000|") +
+                                 QByteArray::fromHex("000102030405060708090a0b0c0d0e0f") + "|" +
+                                 QByteArray::fromHex("101112131415161718191a1b1c1d1e1f2021222324252627");
+    QCOMPARE(m_crypto.associatedData(header, "master-key").toHex(), masterKey.toHex());
+
+    const QByteArray index = QByteArray("VLTBOX|index|3|XChaCha20-Poly1305|") +
+                             QByteArray::fromHex("303132333435363738393a3b3c3d3e3f4041424344454647");
+    QCOMPARE(m_crypto.associatedData(header, "index").toHex(), index.toHex());
+}
+
+void TestVaultCrypto::associatedDataKeepsSeparatorBytesRaw()
+{
+    ContainerHeader header = fixedHeader();
+    header.crypto.payloadNonce = QByteArray(24, '|');
+    QCOMPARE(m_crypto.associatedData(header, "index"),
+             QByteArray("VLTBOX|index|3|XChaCha20-Poly1305|") + QByteArray(24, '|'));
+}
+
+void TestVaultCrypto::masterKeyFailsWhenAHeaderFieldChanges_data()
+{
+    QTest::addColumn<QString>("field");
+    QTest::newRow("salt") << QStringLiteral("salt");
+    QTest::newRow("nonce") << QStringLiteral("nonce");
+    QTest::newRow("kdf") << QStringLiteral("kdf");
+    QTest::newRow("cipher") << QStringLiteral("cipher");
+    QTest::newRow("kdfIterations") << QStringLiteral("kdfIterations");
+    QTest::newRow("formatVersion") << QStringLiteral("formatVersion");
+}
+
+void TestVaultCrypto::masterKeyFailsWhenAHeaderFieldChanges()
+{
+    QFETCH(QString, field);
+    // The PBKDF2 branch with one iteration keeps this fast; the binding is the same for Argon2id.
+    ContainerHeader header = fixedHeader();
+    header.crypto.kdf = QStringLiteral("PBKDF2");
+    header.crypto.kdfIterations = 1;
+    const QByteArray password("uma senha qualquer");
+    const auto wrapKey = [&](const ContainerHeader& h) {
+        return m_crypto
+            .deriveKey(password, KdfParams{h.crypto.kdf, h.crypto.salt, h.crypto.kdfIterations, 64})
+            .left(32);
+    };
+    const QByteArray masterKey = m_crypto.randomBytes(64);
+    const QByteArray wrapped = m_crypto.encrypt(masterKey, wrapKey(header), header.crypto.nonce,
+                                                m_crypto.associatedData(header, "master-key"));
+    QCOMPARE(m_crypto.decrypt(wrapped, wrapKey(header), header.crypto.nonce,
+                              m_crypto.associatedData(header, "master-key")),
+             masterKey);
+
+    ContainerHeader altered = header;
+    if (field == QLatin1String("salt")) {
+        altered.crypto.salt[0] = static_cast<char>(altered.crypto.salt[0] ^ 1);
+    } else if (field == QLatin1String("nonce")) {
+        altered.crypto.nonce[5] = static_cast<char>(altered.crypto.nonce[5] ^ 1);
+    } else if (field == QLatin1String("kdf")) {
+        altered.crypto.kdf = QStringLiteral("PBKDF3");
+    } else if (field == QLatin1String("cipher")) {
+        altered.crypto.cipher = QStringLiteral("XChaCha20-Poly1306");
+    } else if (field == QLatin1String("kdfIterations")) {
+        altered.crypto.kdfIterations = 2;
+    } else {
+        altered.formatVersion = 4;
+    }
+    QVERIFY(m_crypto
+                .decrypt(wrapped, wrapKey(altered), altered.crypto.nonce,
+                         m_crypto.associatedData(altered, "master-key"))
+                .isEmpty());
+}
+
+void TestVaultCrypto::randomBytesHaveTheRequestedLength()
+{
+    QCOMPARE(m_crypto.randomBytes(24).size(), 24);
+    QCOMPARE(m_crypto.randomBytes(64).size(), 64);
+    QVERIFY(m_crypto.randomBytes(32) != m_crypto.randomBytes(32));
+}
+
+QTEST_GUILESS_MAIN(TestVaultCrypto)
+#include "tst_vaultcrypto.moc"

@@ -1,0 +1,30 @@
+#pragma once
+
+#include <QByteArray>
+#include <QString>
+
+namespace Velmarin::Tests {
+
+// Files and vaults for tests, made the same way by every test executable.
+class TestFiles
+{
+public:
+    // A 12-character password with an accent, so the UTF-8 path is always exercised.
+    static QByteArray password();
+
+    // Deterministic bytes that differ from block to block, so a misplaced block cannot go unnoticed.
+    static QByteArray pattern(qint64 size, quint32 seed);
+    static bool writePattern(const QString& path, qint64 size, quint32 seed);
+    static bool write(const QString& path, const QByteArray& bytes);
+    static QByteArray read(const QString& path);
+    static bool sameContents(const QString& a, const QString& b);
+
+    // SHA-256 from coreutils' sha256sum, independent of the engine's own hashing.
+    static QByteArray sha256sum(const QString& path);
+
+    // A fresh copy, at path, of an empty vault created once per test process with password().
+    // Creating costs an Argon2id run; copying does not.
+    static bool copyEmptyVault(const QString& path);
+};
+
+} // namespace Velmarin::Tests

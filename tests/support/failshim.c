@@ -1,0 +1,228 @@
+/*
+ * Failure injection for tests, loaded with LD_PRELOAD. Inert unless VELMARIN_FAIL_PATH is set:
+ *   VELMARIN_FAIL_PATH    substring of the paths whose calls fail
+ *   VELMARIN_FAIL_CALLS   comma list of: open-write, write, fsync, unlink, rename
+ *   VELMARIN_FAIL_AFTER   bytes a matching descriptor may write before "write" fails (default 0)
+ * Failures look like a full device (ENOSPC) or a vanished drive (EIO), as the system would report.
+ */
+#define _GNU_SOURCE
+#include <dlfcn.h>
+#include <errno.h>
+#include <fcntl.h>
+#include <stdarg.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/types.h>
+#include <unistd.h>
+
+#define MAX_DESCRIPTORS 4096
+
+static long long g_written[MAX_DESCRIPTORS];
+static char g_tracked[MAX_DESCRIPTORS];
+
+static int fails(const char* call)
+{
+    const char* calls = getenv("VELMARIN_FAIL_CALLS");
+    if (calls == NULL || getenv("VELMARIN_FAIL_PATH") == NULL) {
+        return 0;
+    }
+    size_t length = strlen(call);
+    for (const char* at = strstr(calls, call); at != NULL; at = strstr(at + 1, call)) {
+        int starts = at == calls || at[-1] == ',';
+        int ends = at[length] == '\0' || at[length] == ',';
+        if (starts && ends) {
+            return 1;
+        }
+    }
+    return 0;
+}
+
+static int matches(const char* path)
+{
+    const char* pattern = getenv("VELMARIN_FAIL_PATH");
+    return pattern != NULL && path != NULL && strstr(path, pattern) != NULL;
+}
+
+static void track(int fd, const char* path)
+{
+    if (fd >= 0 && fd < MAX_DESCRIPTORS) {
+        g_tracked[fd] = (char)matches(path);
+        g_written[fd] = 0;
+    }
+}
+
+typedef int (*OpenFn)(const char*, int, ...);
+typedef int (*OpenAtFn)(int, const char*, int, ...);
+typedef ssize_t (*WriteFn)(int, const void*, size_t);
+typedef int (*FdFn)(int);
+typedef int (*PathFn)(const char*);
+typedef int (*UnlinkAtFn)(int, const char*, int);
+typedef int (*RenameFn)(const char*, const char*);
+typedef int (*RenameAtFn)(int, const char*, int, const char*);
+
+#define REAL(name, type)                                                                                    \
+    static type real = NULL;                                                                                \
+    if (real == NULL) real = (type)dlsym(RTLD_NEXT, name)
+
+static int refuseOpen(const char* path, int flags)
+{
+    if ((flags & (O_WRONLY | O_RDWR)) && matches(path) && fails("open-write")) {
+        errno = EIO;
+        return 1;
+    }
+    return 0;
+}
+
+static mode_t modeOf(int flags, va_list args)
+{
+    return (flags & (O_CREAT | O_TMPFILE)) ? (mode_t)va_arg(args, int) : 0;
+}
+
+int open(const char* path, int flags, ...)
+{
+    REAL("open", OpenFn);
+    va_list args;
+    va_start(args, flags);
+    mode_t mode = modeOf(flags, args);
+    va_end(args);
+    if (refuseOpen(path, flags)) return -1;
+    int fd = real(path, flags, mode);
+    track(fd, path);
+    return fd;
+}
+
+int open64(const char* path, int flags, ...)
+{
+    REAL("open64", OpenFn);
+    va_list args;
+    va_start(args, flags);
+    mode_t mode = modeOf(flags, args);
+    va_end(args);
+    if (refuseOpen(path, flags)) return -1;
+    int fd = real(path, flags, mode);
+    track(fd, path);
+    return fd;
+}
+
+int openat(int dirfd, const char* path, int flags, ...)
+{
+    REAL("openat", OpenAtFn);
+    va_list args;
+    va_start(args, flags);
+    mode_t mode = modeOf(flags, args);
+    va_end(args);
+    if (refuseOpen(path, flags)) return -1;
+    int fd = real(dirfd, path, flags, mode);
+    track(fd, path);
+    return fd;
+}
+
+int openat64(int dirfd, const char* path, int flags, ...)
+{
+    REAL("openat64", OpenAtFn);
+    va_list args;
+    va_start(args, flags);
+    mode_t mode = modeOf(flags, args);
+    va_end(args);
+    if (refuseOpen(path, flags)) return -1;
+    int fd = real(dirfd, path, flags, mode);
+    track(fd, path);
+    return fd;
+}
+
+static int isTracked(int fd)
+{
+    return fd >= 0 && fd < MAX_DESCRIPTORS && g_tracked[fd];
+}
+
+ssize_t write(int fd, const void* buffer, size_t count)
+{
+    REAL("write", WriteFn);
+    if (isTracked(fd) && fails("write")) {
+        const char* after = getenv("VELMARIN_FAIL_AFTER");
+        long long allowed = after ? atoll(after) : 0;
+        long long left = allowed - g_written[fd];
+        if (left <= 0) {
+            errno = ENOSPC;
+            return -1;
+        }
+        if ((long long)count > left) {
+            count = (size_t)left;
+        }
+    }
+    ssize_t done = real(fd, buffer, count);
+    if (done > 0 && fd >= 0 && fd < MAX_DESCRIPTORS) {
+        g_written[fd] += done;
+    }
+    return done;
+}
+
+int fsync(int fd)
+{
+    REAL("fsync", FdFn);
+    if (isTracked(fd) && fails("fsync")) {
+        errno = EIO;
+        return -1;
+    }
+    return real(fd);
+}
+
+int fdatasync(int fd)
+{
+    REAL("fdatasync", FdFn);
+    if (isTracked(fd) && fails("fsync")) {
+        errno = EIO;
+        return -1;
+    }
+    return real(fd);
+}
+
+int close(int fd)
+{
+    REAL("close", FdFn);
+    if (fd >= 0 && fd < MAX_DESCRIPTORS) {
+        g_tracked[fd] = 0;
+        g_written[fd] = 0;
+    }
+    return real(fd);
+}
+
+int unlink(const char* path)
+{
+    REAL("unlink", PathFn);
+    if (matches(path) && fails("unlink")) {
+        errno = EBUSY;
+        return -1;
+    }
+    return real(path);
+}
+
+int unlinkat(int dirfd, const char* path, int flags)
+{
+    REAL("unlinkat", UnlinkAtFn);
+    if (matches(path) && fails("unlink")) {
+        errno = EBUSY;
+        return -1;
+    }
+    return real(dirfd, path, flags);
+}
+
+int rename(const char* from, const char* to)
+{
+    REAL("rename", RenameFn);
+    if ((matches(from) || matches(to)) && fails("rename")) {
+        errno = EIO;
+        return -1;
+    }
+    return real(from, to);
+}
+
+int renameat(int fromDir, const char* from, int toDir, const char* to)
+{
+    REAL("renameat", RenameAtFn);
+    if ((matches(from) || matches(to)) && fails("rename")) {
+        errno = EIO;
+        return -1;
+    }
+    return real(fromDir, from, toDir, to);
+}
