@@ -1,0 +1,351 @@
+#include "ContainerFile.h"
+#include "TestFiles.h"
+#include "VaultManager.h"
+
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QTemporaryDir>
+#include <QtTest>
+
+using namespace Velmarin::Core;
+using Velmarin::Tests::TestFiles;
+
+namespace {
+
+constexpr qint64 Region = 8388608;
+
+QByteArray lengthLine(qint64 length)
+{
+    return QByteArray::number(length).rightJustified(20, '0') + '\n';
+}
+
+// A container laid out by hand, so the reader is checked against the layout, not against our writer.
+QByteArray containerBytes(const QByteArray& json, const QByteArray& line, qint64 regionSize = Region)
+{
+    QByteArray bytes = "VLTBOX3" + line + json;
+    bytes += QByteArray(qMax<qint64>(0, regionSize - json.size()), '\0');
+    return bytes;
+}
+
+QByteArray containerBytes(const QByteArray& json)
+{
+    return containerBytes(json, lengthLine(json.size()));
+}
+
+const QByteArray MinimalJson = R"({"formatVersion":3,"magic":"VLTBOX"})";
+
+// A record no reader would produce, to prove a failed read leaves its output alone.
+ContainerHeader sentinel()
+{
+    ContainerHeader header;
+    header.formatVersion = 77;
+    header.crypto.kdf = QStringLiteral("sentinela");
+    header.payloadOffset = 4242;
+    return header;
+}
+
+bool untouched(const ContainerHeader& header)
+{
+    return header.formatVersion == 77 && header.crypto.kdf == QLatin1String("sentinela") &&
+           header.payloadOffset == 4242;
+}
+
+} // namespace
+
+class TestContainerFile : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init();
+    void defaultContainerPathJoinsTheDriveRoot();
+    void newContainerHasTheExactLayout();
+    void readsAMinimalHeader();
+    void refusesMalformedContainers_data();
+    void refusesMalformedContainers();
+    void refusesAMissingFileAndADirectory();
+    void lengthOf8388608IsAccepted();
+    void unpaddedLengthLineMovesThePayloadOffset();
+    void lenientBase64StillDecodes();
+    void legacyMembersAreCarriedAndNeverWritten();
+    void oversizedHeaderIsNotWritten();
+    void rewriteKeepsThePayloadAndPadsWithZeros();
+    void rewriteRefusesAShortLengthLine();
+    void serializedCryptoHasAllEightKeys();
+
+private:
+    QString path(const QString& name) const { return m_dir->filePath(name); }
+
+    std::unique_ptr<QTemporaryDir> m_dir;
+    ContainerFile m_file;
+};
+
+void TestContainerFile::init()
+{
+    m_dir = std::make_unique<QTemporaryDir>();
+    QVERIFY(m_dir->isValid());
+}
+
+void TestContainerFile::defaultContainerPathJoinsTheDriveRoot()
+{
+    QCOMPARE(ContainerFile::defaultContainerPath(QStringLiteral("/media/ana/USB")),
+             QStringLiteral("/media/ana/USB/velmarin.vltx"));
+    QCOMPARE(ContainerFile::defaultContainerPath(QStringLiteral("/media/ana/USB/")),
+             QStringLiteral("/media/ana/USB/velmarin.vltx"));
+}
+
+void TestContainerFile::newContainerHasTheExactLayout()
+{
+    VaultManager vault;
+    const QString container = path(QStringLiteral("velmarin.vltx"));
+    QVERIFY(vault.createVault(container, TestFiles::password()));
+    const QByteArray bytes = TestFiles::read(container);
+    QCOMPARE(bytes.size(), 8388636);
+
+    const QByteArray head = bytes.left(28);
+    QVERIFY(head.startsWith("VLTBOX3"));
+    QCOMPARE(head.at(27), '\n');
+    bool isNumber = false;
+    const qint64 length = head.mid(7, 20).toLongLong(&isNumber);
+    QVERIFY(isNumber);
+    QCOMPARE(head.mid(7, 20), QByteArray::number(length).rightJustified(20, '0'));
+
+    const QByteArray json = bytes.mid(28, length);
+    QJsonParseError error;
+    const QJsonDocument document = QJsonDocument::fromJson(json, &error);
+    QCOMPARE(error.error, QJsonParseError::NoError);
+    // Compact and sorted: exactly what QJsonDocument writes back from the parsed object.
+    QCOMPARE(document.toJson(QJsonDocument::Compact), json);
+    const QJsonObject root = document.object();
+    QCOMPARE(root.keys(), QStringList({QStringLiteral("crypto"), QStringLiteral("encryptedIndex"),
+                                       QStringLiteral("formatVersion"), QStringLiteral("magic")}));
+    QCOMPARE(root.value(QStringLiteral("magic")).toString(), QStringLiteral("VLTBOX"));
+    QCOMPARE(root.value(QStringLiteral("formatVersion")).toInt(), 3);
+    const QJsonObject crypto = root.value(QStringLiteral("crypto")).toObject();
+    QCOMPARE(crypto.keys(), QStringList({QStringLiteral("authTag"), QStringLiteral("cipher"),
+                                         QStringLiteral("encryptedMasterKey"), QStringLiteral("kdf"),
+                                         QStringLiteral("kdfIterations"), QStringLiteral("nonce"),
+                                         QStringLiteral("payloadNonce"), QStringLiteral("salt")}));
+    QCOMPARE(crypto.value(QStringLiteral("kdf")).toString(), QStringLiteral("Argon2id"));
+    QCOMPARE(crypto.value(QStringLiteral("cipher")).toString(), QStringLiteral("XChaCha20-Poly1305"));
+    QCOMPARE(crypto.value(QStringLiteral("kdfIterations")).toInt(), 250000);
+    QCOMPARE(crypto.value(QStringLiteral("authTag")).toString(), QString());
+    const auto decoded = [&](const char* name) {
+        return QByteArray::fromBase64(crypto.value(QString::fromLatin1(name)).toString().toLatin1());
+    };
+    QCOMPARE(decoded("salt").size(), 16);
+    QCOMPARE(decoded("nonce").size(), 24);
+    QCOMPARE(decoded("payloadNonce").size(), 24);
+    QCOMPARE(decoded("encryptedMasterKey").size(), 80);
+    // An empty index: its compact JSON plus the 16-byte tag.
+    const QByteArray emptyIndex = R"({"directories":[],"files":[],"formatVersion":1})";
+    QCOMPARE(
+        QByteArray::fromBase64(root.value(QStringLiteral("encryptedIndex")).toString().toLatin1()).size(),
+        emptyIndex.size() + 16);
+
+    const QByteArray padding = bytes.mid(28 + length);
+    QCOMPARE(padding.size(), Region - length);
+    QCOMPARE(padding.count('\0'), padding.size());
+}
+
+void TestContainerFile::readsAMinimalHeader()
+{
+    const QString container = path(QStringLiteral("c.vltx"));
+    QVERIFY(TestFiles::write(container, containerBytes(MinimalJson) + "payload"));
+    ContainerHeader header = sentinel();
+    QVERIFY(m_file.readHeader(container, header));
+    QCOMPARE(header.formatVersion, 3);
+    QCOMPARE(header.payloadOffset, 8388636);
+    QCOMPARE(header.crypto.kdfIterations, 250000);
+    QVERIFY(header.crypto.salt.isEmpty());
+    QVERIFY(header.encryptedIndex.isEmpty());
+}
+
+void TestContainerFile::refusesMalformedContainers_data()
+{
+    QTest::addColumn<QByteArray>("bytes");
+    const QByteArray good = containerBytes(MinimalJson);
+    QByteArray otherVersionDigit = good;
+    otherVersionDigit[6] = '4';
+    QTest::newRow("VLTBOX then 4") << otherVersionDigit;
+    QTest::newRow("VLTBOX then newline") << QByteArray("VLTBOX\n") + good.mid(7);
+    QTest::newRow("length 0") << containerBytes(MinimalJson, lengthLine(0));
+    QTest::newRow("length 8388609") << containerBytes(MinimalJson, lengthLine(8388609));
+    QTest::newRow("length negative") << containerBytes(MinimalJson, "-36\n");
+    QTest::newRow("length not a number") << containerBytes(MinimalJson, "0000000000000000003x\n");
+    QTest::newRow("one byte short of the region") << good.left(8388635);
+    QTest::newRow("formatVersion 2") << containerBytes(R"({"formatVersion":2,"magic":"VLTBOX"})");
+    QTest::newRow("formatVersion as text") << containerBytes(R"({"formatVersion":"3","magic":"VLTBOX"})");
+    QTest::newRow("formatVersion missing") << containerBytes(R"({"magic":"VLTBOX"})");
+    QTest::newRow("magic text wrong") << containerBytes(R"({"formatVersion":3,"magic":"VLTBOX3"})");
+    QTest::newRow("magic missing") << containerBytes(R"({"formatVersion":3})");
+    QTest::newRow("json is an array") << containerBytes(R"([{"formatVersion":3,"magic":"VLTBOX"}])");
+    QTest::newRow("json cut by the length")
+        << containerBytes(MinimalJson, lengthLine(MinimalJson.size() - 1));
+    QTest::newRow("json broken") << containerBytes(R"({"formatVersion":3,"magic":"VLTBOX")");
+    QTest::newRow("no length line") << QByteArray("VLTBOX3") + QByteArray(5000, '0');
+    QTest::newRow("empty file") << QByteArray();
+    QTest::newRow("magic only") << QByteArray("VLTBOX3");
+    QTest::newRow("random bytes") << TestFiles::pattern(9 * 1024 * 1024, 7);
+}
+
+void TestContainerFile::refusesMalformedContainers()
+{
+    QFETCH(QByteArray, bytes);
+    const QString container = path(QStringLiteral("bad.vltx"));
+    QVERIFY(TestFiles::write(container, bytes));
+    ContainerHeader header = sentinel();
+    QVERIFY(!m_file.readHeader(container, header));
+    QVERIFY(untouched(header));
+}
+
+void TestContainerFile::refusesAMissingFileAndADirectory()
+{
+    ContainerHeader header = sentinel();
+    QVERIFY(!m_file.readHeader(path(QStringLiteral("missing.vltx")), header));
+    QVERIFY(untouched(header));
+    QVERIFY(QDir(m_dir->path()).mkdir(QStringLiteral("folder.vltx")));
+    QVERIFY(!m_file.readHeader(path(QStringLiteral("folder.vltx")), header));
+    QVERIFY(untouched(header));
+}
+
+void TestContainerFile::lengthOf8388608IsAccepted()
+{
+    // A JSON object that fills the whole header region.
+    QByteArray json = R"({"formatVersion":3,"magic":"VLTBOX","x":")";
+    json += QByteArray(Region - json.size() - 2, 'a') + "\"}";
+    QCOMPARE(json.size(), Region);
+    const QString container = path(QStringLiteral("full.vltx"));
+    QVERIFY(TestFiles::write(container, containerBytes(json)));
+    ContainerHeader header;
+    QVERIFY(m_file.readHeader(container, header));
+    QCOMPARE(header.payloadOffset, 8388636);
+}
+
+void TestContainerFile::unpaddedLengthLineMovesThePayloadOffset()
+{
+    const QString container = path(QStringLiteral("short.vltx"));
+    const QByteArray line = QByteArray::number(MinimalJson.size()) + '\n';
+    QCOMPARE(line, QByteArray("36\n"));
+    QVERIFY(TestFiles::write(container, containerBytes(MinimalJson, line)));
+    ContainerHeader header;
+    QVERIFY(m_file.readHeader(container, header));
+    QCOMPARE(header.payloadOffset, 7 + 3 + Region);
+
+    const QString spaced = path(QStringLiteral("spaced.vltx"));
+    QVERIFY(TestFiles::write(spaced, containerBytes(MinimalJson, "  36 \n")));
+    QVERIFY(m_file.readHeader(spaced, header));
+    QCOMPARE(header.payloadOffset, 7 + 6 + Region);
+}
+
+void TestContainerFile::lenientBase64StillDecodes()
+{
+    const QByteArray json =
+        R"({"crypto":{"kdf":"Argon2id","salt":"AAEC*AwQF!BgcI\nCQoLDA0ODw==","nonce":"AQID"},)"
+        R"("encryptedIndex":"aGVs bG8=","formatVersion":3,"magic":"VLTBOX"})";
+    const QString container = path(QStringLiteral("b64.vltx"));
+    QVERIFY(TestFiles::write(container, containerBytes(json)));
+    ContainerHeader header;
+    QVERIFY(m_file.readHeader(container, header));
+    QCOMPARE(header.crypto.salt.toHex(), QByteArray("000102030405060708090a0b0c0d0e0f"));
+    QCOMPARE(header.crypto.nonce, QByteArray("\x01\x02\x03"));
+    QCOMPARE(header.encryptedIndex, QByteArray("hello"));
+    QCOMPARE(header.crypto.kdf, QStringLiteral("Argon2id"));
+}
+
+void TestContainerFile::legacyMembersAreCarriedAndNeverWritten()
+{
+    const QByteArray json = R"({"encryptedPayload":"cGF5","fileIndex":{"files":[{"vaultPath":"velho.txt"}]},)"
+                            R"("filePayloads":{"a":"YQ==","b":"Yg=="},"formatVersion":3,"magic":"VLTBOX"})";
+    const QString container = path(QStringLiteral("legacy.vltx"));
+    QVERIFY(TestFiles::write(container, containerBytes(json)));
+    ContainerHeader header;
+    QVERIFY(m_file.readHeader(container, header));
+    QCOMPARE(header.encryptedPayload, QByteArray("pay"));
+    QCOMPARE(header.fileIndex.files().size(), 1);
+    QCOMPARE(header.fileIndex.files().at(0).vaultPath, QStringLiteral("velho.txt"));
+    QCOMPARE(header.filePayloads.value(QStringLiteral("b")), QByteArray("b"));
+
+    QVERIFY(m_file.rewriteHeader(container, header));
+    const QByteArray written = m_file.serializeHeader(header);
+    QVERIFY(!written.contains("fileIndex"));
+    QVERIFY(!written.contains("encryptedPayload"));
+    QVERIFY(!written.contains("filePayloads"));
+    ContainerHeader reread;
+    QVERIFY(m_file.readHeader(container, reread));
+    QVERIFY(reread.filePayloads.isEmpty());
+    QVERIFY(reread.fileIndex.files().isEmpty());
+}
+
+void TestContainerFile::oversizedHeaderIsNotWritten()
+{
+    const QString container = path(QStringLiteral("c.vltx"));
+    const QByteArray original = containerBytes(MinimalJson) + "payload";
+    QVERIFY(TestFiles::write(container, original));
+    ContainerHeader header;
+    QVERIFY(m_file.readHeader(container, header));
+    header.encryptedIndex = QByteArray(Region, 'x');
+    QVERIFY(m_file.serializeHeader(header).size() > Region);
+
+    QVERIFY(!m_file.rewriteHeader(container, header));
+    QCOMPARE(TestFiles::read(container), original);
+    QVERIFY(!m_file.writeNewContainer(container, header));
+    QCOMPARE(TestFiles::read(container), original);
+    // The writer's temporary file is gone as well.
+    QCOMPARE(QDir(m_dir->path()).entryList(QDir::Files), QStringList({QStringLiteral("c.vltx")}));
+}
+
+void TestContainerFile::rewriteKeepsThePayloadAndPadsWithZeros()
+{
+    const QString container = path(QStringLiteral("c.vltx"));
+    ContainerHeader header;
+    header.crypto.kdf = QStringLiteral("Argon2id");
+    header.encryptedIndex = QByteArray(5000, 'i');
+    const QByteArray payload = TestFiles::pattern(1000, 3);
+    QVERIFY(m_file.writeNewContainer(container, header, [&](QIODevice& device) {
+        return device.pos() == 8388636 && device.write(payload) == payload.size();
+    }));
+    QCOMPARE(TestFiles::read(container).mid(8388636), payload);
+
+    header.encryptedIndex = QByteArray(10, 'j');
+    QVERIFY(m_file.rewriteHeader(container, header));
+    const QByteArray bytes = TestFiles::read(container);
+    QCOMPARE(bytes.size(), 8388636 + payload.size());
+    QCOMPARE(bytes.mid(8388636), payload);
+    const QByteArray json = m_file.serializeHeader(header);
+    QCOMPARE(bytes.mid(7, 21), lengthLine(json.size()));
+    QCOMPARE(bytes.mid(28, json.size()), json);
+    const QByteArray padding = bytes.mid(28 + json.size(), Region - json.size());
+    QCOMPARE(padding.count('\0'), padding.size());
+
+    ContainerHeader reread;
+    QVERIFY(m_file.readHeader(container, reread));
+    QCOMPARE(reread.encryptedIndex, header.encryptedIndex);
+
+    QVERIFY(!m_file.writeNewContainer(path(QStringLiteral("failed.vltx")), header,
+                                      [](QIODevice&) { return false; }));
+    QVERIFY(!QFile::exists(path(QStringLiteral("failed.vltx"))));
+}
+
+void TestContainerFile::rewriteRefusesAShortLengthLine()
+{
+    const QString container = path(QStringLiteral("short.vltx"));
+    const QByteArray original = containerBytes(MinimalJson, "36\n") + "blocks";
+    QVERIFY(TestFiles::write(container, original));
+    ContainerHeader header;
+    QVERIFY(m_file.readHeader(container, header));
+    // Writing 20 digits would shift the region over the first payload bytes.
+    QVERIFY(!m_file.rewriteHeader(container, header));
+    QCOMPARE(TestFiles::read(container), original);
+}
+
+void TestContainerFile::serializedCryptoHasAllEightKeys()
+{
+    const QByteArray json = m_file.serializeHeader(ContainerHeader());
+    QCOMPARE(json, QByteArray(R"({"crypto":{"authTag":"","cipher":"","encryptedMasterKey":"","kdf":"",)"
+                              R"("kdfIterations":250000,"nonce":"","payloadNonce":"","salt":""},)"
+                              R"("encryptedIndex":"","formatVersion":3,"magic":"VLTBOX"})"));
+}
+
+QTEST_GUILESS_MAIN(TestContainerFile)
+#include "tst_containerfile.moc"
