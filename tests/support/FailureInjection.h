@@ -6,7 +6,7 @@
 namespace Velmarin::Tests {
 
 // Makes the preloaded shim fail chosen calls on paths containing pathPart, for as long as it lives.
-// calls is a comma list of: open-write, write, fsync, unlink, rename. writeAllowance is how many
+// calls is a comma list of: open-write, write, corrupt, fsync, unlink, rename. writeAllowance is how many
 // bytes a matching descriptor may write before "write" fails.
 class FailureInjection
 {

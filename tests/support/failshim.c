@@ -1,7 +1,8 @@
 /*
  * Failure injection for tests, loaded with LD_PRELOAD. Inert unless VELMARIN_FAIL_PATH is set:
  *   VELMARIN_FAIL_PATH    substring of the paths whose calls fail
- *   VELMARIN_FAIL_CALLS   comma list of: open-write, write, fsync, unlink, rename
+ *   VELMARIN_FAIL_CALLS   comma list of: open-write, write, corrupt, fsync, unlink, rename
+ *                         ("corrupt" writes every byte inverted, as a failing medium would)
  *   VELMARIN_FAIL_AFTER   bytes a matching descriptor may write before "write" fails (default 0)
  * Failures look like a full device (ENOSPC) or a vanished drive (EIO), as the system would report.
  */
@@ -149,6 +150,18 @@ ssize_t write(int fd, const void* buffer, size_t count)
         if ((long long)count > left) {
             count = (size_t)left;
         }
+    }
+    if (isTracked(fd) && fails("corrupt") && count > 0) {
+        unsigned char inverted[65536];
+        size_t piece = count < sizeof inverted ? count : sizeof inverted;
+        for (size_t i = 0; i < piece; ++i) {
+            inverted[i] = (unsigned char)~((const unsigned char*)buffer)[i];
+        }
+        ssize_t written = real(fd, inverted, piece);
+        if (written > 0) {
+            g_written[fd] += written;
+        }
+        return written;
     }
     ssize_t done = real(fd, buffer, count);
     if (done > 0 && fd >= 0 && fd < MAX_DESCRIPTORS) {
