@@ -1,5 +1,6 @@
 #include "FailureInjection.h"
 #include "TestFiles.h"
+#include "VaultFixture.h"
 #include "VaultManager.h"
 
 #include <QTemporaryDir>
@@ -8,6 +9,7 @@
 using namespace Velmarin::Core;
 using Velmarin::Tests::FailureInjection;
 using Velmarin::Tests::TestFiles;
+using Velmarin::Tests::VaultFixture;
 
 namespace {
 
@@ -44,37 +46,31 @@ private Q_SLOTS:
     void lockedVaultIsRefused();
 
 private:
-    QString path(const QString& name) const { return m_dir->filePath(name); }
+    QString path(const QString& name) const { return m_fixture.path(name); }
     void importPattern(const QString& vaultPath, qint64 size, quint32 seed);
     QStringList workFolders() const;
     void fillVault();
 
-    std::unique_ptr<QTemporaryDir> m_dir;
-    QString m_container;
+    VaultFixture m_fixture;
     QString m_temp;
     QByteArray m_savedTmpdir;
-    std::unique_ptr<VaultManager> m_vault;
 };
 
 void TestCompaction::init()
 {
-    m_dir = std::make_unique<QTemporaryDir>();
-    QVERIFY(QDir(m_dir->path()).mkdir(QStringLiteral("usb")));
-    QVERIFY(QDir(m_dir->path()).mkdir(QStringLiteral("tmp")));
-    m_container = path(QStringLiteral("usb/velmarin.vltx"));
-    m_temp = path(QStringLiteral("tmp"));
-    QVERIFY(TestFiles::copyEmptyVault(m_container));
     // The work folder goes to the system's temporary folder: point it where the test can look.
+    // The manager reads it at each compaction, so it may be set after the fixture made the vault.
+    QVERIFY(m_fixture.setUp(QStringLiteral("usb/velmarin.vltx")));
+    m_temp = path(QStringLiteral("tmp"));
+    QVERIFY(QDir().mkpath(m_temp));
     m_savedTmpdir = qgetenv("TMPDIR");
     qputenv("TMPDIR", m_temp.toUtf8());
     QCOMPARE(QDir::tempPath(), m_temp);
-    m_vault = std::make_unique<VaultManager>();
-    QVERIFY(m_vault->unlock(m_container, TestFiles::password()));
 }
 
 void TestCompaction::cleanup()
 {
-    m_vault.reset();
+    m_fixture.tearDown();
     if (m_savedTmpdir.isEmpty()) {
         qunsetenv("TMPDIR");
     } else {
@@ -86,7 +82,7 @@ void TestCompaction::importPattern(const QString& vaultPath, qint64 size, quint3
 {
     const QString source = path(QStringLiteral("fonte-%1.bin").arg(seed));
     QVERIFY(TestFiles::writePattern(source, size, seed));
-    QVERIFY(m_vault->importFile(source, vaultPath));
+    QVERIFY(m_fixture.vault().importFile(source, vaultPath));
 }
 
 QStringList TestCompaction::workFolders() const
@@ -99,48 +95,49 @@ void TestCompaction::fillVault()
     importPattern(QStringLiteral("Fotos/grande.bin"), 20 * MiB, 1);
     importPattern(QStringLiteral("Fotos/pequeno.bin"), 1000, 2);
     importPattern(QStringLiteral("doc.bin"), 3 * MiB, 3);
-    QVERIFY(m_vault->createFolder(QStringLiteral("Vazia")));
-    QVERIFY(m_vault->deleteFile(QStringLiteral("Fotos/grande.bin")));
+    QVERIFY(m_fixture.vault().createFolder(QStringLiteral("Vazia")));
+    QVERIFY(m_fixture.vault().deleteFile(QStringLiteral("Fotos/grande.bin")));
 }
 
 void TestCompaction::vaultWithoutFilesKeepsItsFolders()
 {
-    QVERIFY(m_vault->createFolder(QStringLiteral("A/B")));
+    QVERIFY(m_fixture.vault().createFolder(QStringLiteral("A/B")));
     importPattern(QStringLiteral("A/apagado.bin"), 5000, 4);
-    QVERIFY(m_vault->deleteFile(QStringLiteral("A/apagado.bin")));
+    QVERIFY(m_fixture.vault().deleteFile(QStringLiteral("A/apagado.bin")));
     QString preserved = QStringLiteral("sobra");
-    QVERIFY(m_vault->compactVault({}, &preserved));
+    QVERIFY(m_fixture.vault().compactVault({}, &preserved));
     QVERIFY(preserved.isEmpty());
-    QCOMPARE(QFileInfo(m_container).size(), 8388636);
-    QVERIFY(m_vault->isUnlocked());
+    QCOMPARE(QFileInfo(m_fixture.container()).size(), 8388636);
+    QVERIFY(m_fixture.vault().isUnlocked());
     QVERIFY(workFolders().isEmpty());
 
-    QVERIFY(m_vault->lock());
-    QVERIFY(m_vault->unlock(m_container, TestFiles::password()));
-    QCOMPARE(m_vault->index().directories().size(), 2);
-    QVERIFY(m_vault->directoryExists(QStringLiteral("A/B")));
-    QVERIFY(m_vault->index().files().isEmpty());
+    QVERIFY(m_fixture.vault().lock());
+    QVERIFY(m_fixture.vault().unlock(m_fixture.container(), TestFiles::password()));
+    QCOMPARE(m_fixture.vault().index().directories().size(), 2);
+    QVERIFY(m_fixture.vault().directoryExists(QStringLiteral("A/B")));
+    QVERIFY(m_fixture.vault().index().files().isEmpty());
 }
 
 void TestCompaction::shrinksByExactlyTheDeadBytes()
 {
     importPattern(QStringLiteral("substituido.bin"), 2 * MiB, 5);
-    const qint64 replacedDead = encryptedBytes(m_vault->index().files().at(0));
+    const qint64 replacedDead = encryptedBytes(m_fixture.vault().index().files().at(0));
     importPattern(QStringLiteral("substituido.bin"), 1 * MiB, 6);
     importPattern(QStringLiteral("Fotos/grande.bin"), 20 * MiB, 1);
-    const qint64 deletedDead = encryptedBytes(*m_vault->index().findFile(QStringLiteral("Fotos/grande.bin")));
+    const qint64 deletedDead =
+        encryptedBytes(*m_fixture.vault().index().findFile(QStringLiteral("Fotos/grande.bin")));
     importPattern(QStringLiteral("Fotos/pequeno.bin"), 1000, 2);
     importPattern(QStringLiteral("doc.bin"), 17 * MiB, 3);
-    QVERIFY(m_vault->deleteFile(QStringLiteral("Fotos/grande.bin")));
-    const qint64 before = QFileInfo(m_container).size();
+    QVERIFY(m_fixture.vault().deleteFile(QStringLiteral("Fotos/grande.bin")));
+    const qint64 before = QFileInfo(m_fixture.container()).size();
 
-    QVERIFY(m_vault->compactVault({}, nullptr));
-    QCOMPARE(before - QFileInfo(m_container).size(), replacedDead + deletedDead);
+    QVERIFY(m_fixture.vault().compactVault({}, nullptr));
+    QCOMPARE(before - QFileInfo(m_fixture.container()).size(), replacedDead + deletedDead);
     qint64 live = 0;
-    for (const FileEntry& file : m_vault->index().files()) {
+    for (const FileEntry& file : m_fixture.vault().index().files()) {
         live += encryptedBytes(file);
     }
-    QCOMPARE(QFileInfo(m_container).size(), 8388636 + live);
+    QCOMPARE(QFileInfo(m_fixture.container()).size(), 8388636 + live);
 
     // Still unlocked with the new offsets, and again after a fresh unlock.
     const QList<std::pair<QString, quint32>> expected{{QStringLiteral("substituido.bin"), 6},
@@ -149,12 +146,12 @@ void TestCompaction::shrinksByExactlyTheDeadBytes()
     for (int round = 0; round < 2; ++round) {
         for (const auto& [vaultPath, seed] : expected) {
             const QString exported = path(QStringLiteral("saida.bin"));
-            QVERIFY(m_vault->exportFile(vaultPath, exported));
+            QVERIFY(m_fixture.vault().exportFile(vaultPath, exported));
             QVERIFY2(TestFiles::sameContents(exported, path(QStringLiteral("fonte-%1.bin").arg(seed))),
                      qPrintable(vaultPath));
         }
-        QVERIFY(m_vault->lock());
-        QVERIFY(m_vault->unlock(m_container, TestFiles::password()));
+        QVERIFY(m_fixture.vault().lock());
+        QVERIFY(m_fixture.vault().unlock(m_fixture.container(), TestFiles::password()));
     }
 }
 
@@ -162,13 +159,13 @@ void TestCompaction::progressLabelsFollowThePhases()
 {
     fillVault();
     QList<Triple> reports;
-    QVERIFY(m_vault->compactVault(
+    QVERIFY(m_fixture.vault().compactVault(
         [&](qint64 done, qint64 total, const QString& label) {
             reports.append({done, total, label});
         },
         nullptr));
     const qint64 liveTotal = 1000 + 3 * MiB;
-    const qint64 newSize = QFileInfo(m_container).size();
+    const qint64 newSize = QFileInfo(m_fixture.container()).size();
     const QString swap = QStringLiteral("Substituindo container no USB");
     const QList<Triple> expected{{1000, liveTotal, QStringLiteral("Fotos/pequeno.bin")},
                                  {liveTotal, liveTotal, QStringLiteral("doc.bin")},
@@ -181,63 +178,63 @@ void TestCompaction::progressLabelsFollowThePhases()
 void TestCompaction::unreadableHeaderChangesNothing()
 {
     fillVault();
-    const QByteArray index = m_vault->index().toJson();
-    QByteArray bytes = TestFiles::read(m_container);
+    const QByteArray index = m_fixture.vault().index().toJson();
+    QByteArray bytes = TestFiles::read(m_fixture.container());
     bytes[3] = 'X';
-    QVERIFY(TestFiles::write(m_container, bytes));
+    QVERIFY(TestFiles::write(m_fixture.container(), bytes));
     QString preserved = QStringLiteral("sobra");
-    QVERIFY(!m_vault->compactVault({}, &preserved));
+    QVERIFY(!m_fixture.vault().compactVault({}, &preserved));
     QVERIFY(preserved.isEmpty());
-    QCOMPARE(TestFiles::read(m_container), bytes);
-    QCOMPARE(m_vault->index().toJson(), index);
+    QCOMPARE(TestFiles::read(m_fixture.container()), bytes);
+    QCOMPARE(m_fixture.vault().index().toJson(), index);
     QVERIFY(workFolders().isEmpty());
 }
 
 void TestCompaction::impossibleWorkFolderChangesNothing()
 {
     fillVault();
-    const QByteArray bytes = TestFiles::read(m_container);
+    const QByteArray bytes = TestFiles::read(m_fixture.container());
     const QString notAFolder = path(QStringLiteral("arquivo-comum"));
     QVERIFY(TestFiles::write(notAFolder, "x"));
     qputenv("TMPDIR", notAFolder.toUtf8());
     QString preserved;
-    QVERIFY(!m_vault->compactVault({}, &preserved));
+    QVERIFY(!m_fixture.vault().compactVault({}, &preserved));
     QVERIFY(preserved.isEmpty());
-    QCOMPARE(TestFiles::read(m_container), bytes);
+    QCOMPARE(TestFiles::read(m_fixture.container()), bytes);
 }
 
 void TestCompaction::failedVerificationDeletesTheWorkFolder()
 {
     QVERIFY(FailureInjection::isAvailable());
     fillVault();
-    const QByteArray bytes = TestFiles::read(m_container);
-    const QByteArray index = m_vault->index().toJson();
+    const QByteArray bytes = TestFiles::read(m_fixture.container());
+    const QByteArray index = m_fixture.vault().index().toJson();
     QString preserved;
     {
         // The local disk returns other bytes than were written: the new container does not read back.
         const FailureInjection injection(QStringLiteral("Velmarin-compact-"), "corrupt");
-        QVERIFY(!m_vault->compactVault({}, &preserved));
+        QVERIFY(!m_fixture.vault().compactVault({}, &preserved));
     }
     QVERIFY(preserved.isEmpty());
     QVERIFY(workFolders().isEmpty());
-    QCOMPARE(TestFiles::read(m_container), bytes);
-    QCOMPARE(m_vault->index().toJson(), index);
+    QCOMPARE(TestFiles::read(m_fixture.container()), bytes);
+    QCOMPARE(m_fixture.vault().index().toJson(), index);
 }
 
 void TestCompaction::undeletableOldContainerDeletesTheWorkFolder()
 {
     QVERIFY(FailureInjection::isAvailable());
     fillVault();
-    const QByteArray bytes = TestFiles::read(m_container);
+    const QByteArray bytes = TestFiles::read(m_fixture.container());
     QString preserved;
     {
         const FailureInjection injection(QStringLiteral("usb/velmarin.vltx"), "unlink");
-        QVERIFY(!m_vault->compactVault({}, &preserved));
+        QVERIFY(!m_fixture.vault().compactVault({}, &preserved));
     }
     QVERIFY(preserved.isEmpty());
     QVERIFY(workFolders().isEmpty());
-    QCOMPARE(TestFiles::read(m_container), bytes);
-    QVERIFY(m_vault->exportFile(QStringLiteral("doc.bin"), path(QStringLiteral("saida.bin"))));
+    QCOMPARE(TestFiles::read(m_fixture.container()), bytes);
+    QVERIFY(m_fixture.vault().exportFile(QStringLiteral("doc.bin"), path(QStringLiteral("saida.bin"))));
 }
 
 void TestCompaction::failedCopyOntoTheDriveKeepsTheNewContainer_data()
@@ -266,26 +263,26 @@ void TestCompaction::failedCopyOntoTheDriveKeepsTheNewContainer()
     QVERIFY(FailureInjection::isAvailable());
     fillVault();
     if (smallFilesOnly) {
-        QVERIFY(m_vault->deleteFile(QStringLiteral("doc.bin")));
+        QVERIFY(m_fixture.vault().deleteFile(QStringLiteral("doc.bin")));
     }
-    const qsizetype liveFiles = m_vault->index().files().size();
-    const QByteArray index = m_vault->index().toJson();
+    const qsizetype liveFiles = m_fixture.vault().index().files().size();
+    const QByteArray index = m_fixture.vault().index().toJson();
     QString preserved;
     int reports = 0;
     {
         const FailureInjection injection(QStringLiteral("usb/velmarin.vltx"), calls, allowance);
-        QVERIFY(!m_vault->compactVault(
+        QVERIFY(!m_fixture.vault().compactVault(
             [&](qint64, qint64, const QString& label) {
                 reports += label == QLatin1String("Substituindo container no USB") ? 1 : 0;
             },
             &preserved));
     }
     QCOMPARE(reports, swapReports);
-    QVERIFY(!QFileInfo::exists(m_container));
+    QVERIFY(!QFileInfo::exists(m_fixture.container()));
     QCOMPARE(QFileInfo(preserved).fileName(), QStringLiteral("velmarin.vltx"));
     QVERIFY(QFileInfo(preserved).absolutePath().startsWith(m_temp + QStringLiteral("/Velmarin-compact-")));
     QCOMPARE(workFolders().size(), 1);
-    QCOMPARE(m_vault->index().toJson(), index);
+    QCOMPARE(m_fixture.vault().index().toJson(), index);
 
     // The preserved container is whole: it opens with the password and holds every live file.
     VaultManager rescue;
@@ -298,12 +295,12 @@ void TestCompaction::failedCopyOntoTheDriveKeepsTheNewContainer()
 
 void TestCompaction::lockedVaultIsRefused()
 {
-    QVERIFY(m_vault->lock());
-    const QByteArray bytes = TestFiles::read(m_container);
+    QVERIFY(m_fixture.vault().lock());
+    const QByteArray bytes = TestFiles::read(m_fixture.container());
     QString preserved = QStringLiteral("sobra");
-    QVERIFY(!m_vault->compactVault({}, &preserved));
+    QVERIFY(!m_fixture.vault().compactVault({}, &preserved));
     QVERIFY(preserved.isEmpty());
-    QCOMPARE(TestFiles::read(m_container), bytes);
+    QCOMPARE(TestFiles::read(m_fixture.container()), bytes);
 }
 
 QTEST_GUILESS_MAIN(TestCompaction)

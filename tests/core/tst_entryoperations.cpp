@@ -1,5 +1,6 @@
 #include "ContainerFile.h"
 #include "TestFiles.h"
+#include "VaultFixture.h"
 #include "VaultManager.h"
 
 #include <QTemporaryDir>
@@ -7,28 +8,9 @@
 
 using namespace Velmarin::Core;
 using Velmarin::Tests::TestFiles;
+using Velmarin::Tests::VaultFixture;
 
-namespace {
-
-QStringList directoryPaths(const VaultIndex& index)
-{
-    QStringList paths;
-    for (const DirectoryEntry& entry : index.directories()) {
-        paths << entry.path;
-    }
-    return paths;
-}
-
-QStringList filePaths(const VaultIndex& index)
-{
-    QStringList paths;
-    for (const FileEntry& entry : index.files()) {
-        paths << entry.vaultPath;
-    }
-    return paths;
-}
-
-} // namespace
+namespace {} // namespace
 
 class TestEntryOperations : public QObject
 {
@@ -52,167 +34,153 @@ private Q_SLOTS:
     void lockedVaultRefusesEverything();
 
 private:
-    QString path(const QString& name) const { return m_dir->filePath(name); }
-    void importText(const QString& vaultPath, const QByteArray& text);
+    QString path(const QString& name) const { return m_fixture.path(name); }
 
-    std::unique_ptr<QTemporaryDir> m_dir;
-    QString m_container;
-    std::unique_ptr<VaultManager> m_vault;
+    VaultFixture m_fixture;
 };
 
 void TestEntryOperations::init()
 {
-    m_dir = std::make_unique<QTemporaryDir>();
-    m_container = path(QStringLiteral("velmarin.vltx"));
-    QVERIFY(TestFiles::copyEmptyVault(m_container));
-    m_vault = std::make_unique<VaultManager>();
-    QVERIFY(m_vault->unlock(m_container, TestFiles::password()));
+    QVERIFY(m_fixture.setUp());
 }
 
 void TestEntryOperations::cleanup()
 {
-    m_vault.reset();
-}
-
-void TestEntryOperations::importText(const QString& vaultPath, const QByteArray& text)
-{
-    const QString source = path(QStringLiteral("fonte.tmp"));
-    QVERIFY(TestFiles::write(source, text));
-    QVERIFY(m_vault->importFile(source, vaultPath));
+    m_fixture.tearDown();
 }
 
 void TestEntryOperations::createFolderMakesEveryAncestor()
 {
-    QVERIFY(m_vault->createFolder(QStringLiteral("a/b/c")));
-    QCOMPARE(directoryPaths(m_vault->index()),
+    QVERIFY(m_fixture.vault().createFolder(QStringLiteral("a/b/c")));
+    QCOMPARE(VaultFixture::directoryPaths(m_fixture.vault().index()),
              QStringList({QStringLiteral("a"), QStringLiteral("a/b"), QStringLiteral("a/b/c")}));
-    const DirectoryEntry& created = m_vault->index().directories().at(2);
+    const DirectoryEntry& created = m_fixture.vault().index().directories().at(2);
     QCOMPARE(created.createdUtc, created.modifiedUtc);
     QVERIFY(qAbs(created.createdUtc.secsTo(QDateTime::currentDateTimeUtc())) < 60);
 
     // The change is in the container, not only in memory.
-    const QStringList createdPaths = directoryPaths(m_vault->index());
-    QVERIFY(m_vault->lock());
+    const QStringList createdPaths = VaultFixture::directoryPaths(m_fixture.vault().index());
+    QVERIFY(m_fixture.vault().lock());
     VaultManager other;
-    QVERIFY(other.unlock(m_container, TestFiles::password()));
-    QCOMPARE(directoryPaths(other.index()), createdPaths);
+    QVERIFY(other.unlock(m_fixture.container(), TestFiles::password()));
+    QCOMPARE(VaultFixture::directoryPaths(other.index()), createdPaths);
     QVERIFY(other.directoryExists(QStringLiteral("A/B/C")));
 }
 
 void TestEntryOperations::createFolderRefusesExistingNamesInAnyCase()
 {
-    QVERIFY(m_vault->createFolder(QStringLiteral("Fotos")));
-    QVERIFY(!m_vault->createFolder(QStringLiteral("fotos")));
-    importText(QStringLiteral("nota.txt"), "x");
-    QVERIFY(!m_vault->createFolder(QStringLiteral("NOTA.TXT")));
-    QVERIFY(!m_vault->createFolder(QStringLiteral("/")));
-    QVERIFY(!m_vault->createFolder(QStringLiteral("a/./b")));
-    QCOMPARE(directoryPaths(m_vault->index()), QStringList({QStringLiteral("Fotos")}));
+    QVERIFY(m_fixture.vault().createFolder(QStringLiteral("Fotos")));
+    QVERIFY(!m_fixture.vault().createFolder(QStringLiteral("fotos")));
+    QVERIFY(m_fixture.importText(QStringLiteral("nota.txt"), "x"));
+    QVERIFY(!m_fixture.vault().createFolder(QStringLiteral("NOTA.TXT")));
+    QVERIFY(!m_fixture.vault().createFolder(QStringLiteral("/")));
+    QVERIFY(!m_fixture.vault().createFolder(QStringLiteral("a/./b")));
+    QCOMPARE(VaultFixture::directoryPaths(m_fixture.vault().index()), QStringList({QStringLiteral("Fotos")}));
 }
 
 void TestEntryOperations::deleteFolderOnlyWhenEmpty()
 {
-    QVERIFY(m_vault->createFolder(QStringLiteral("Pai/Filho")));
-    QVERIFY(!m_vault->deleteEmptyFolder(QStringLiteral("Pai")));
-    QVERIFY(m_vault->deleteEmptyFolder(QStringLiteral("pai/FILHO")));
-    QVERIFY(m_vault->deleteEmptyFolder(QStringLiteral("PAI")));
-    QVERIFY(m_vault->index().directories().isEmpty());
-    QVERIFY(!m_vault->deleteEmptyFolder(QStringLiteral("Pai")));
+    QVERIFY(m_fixture.vault().createFolder(QStringLiteral("Pai/Filho")));
+    QVERIFY(!m_fixture.vault().deleteEmptyFolder(QStringLiteral("Pai")));
+    QVERIFY(m_fixture.vault().deleteEmptyFolder(QStringLiteral("pai/FILHO")));
+    QVERIFY(m_fixture.vault().deleteEmptyFolder(QStringLiteral("PAI")));
+    QVERIFY(m_fixture.vault().index().directories().isEmpty());
+    QVERIFY(!m_fixture.vault().deleteEmptyFolder(QStringLiteral("Pai")));
 
-    importText(QStringLiteral("Docs/a.txt"), "a");
-    QVERIFY(!m_vault->deleteEmptyFolder(QStringLiteral("Docs")));
-    QVERIFY(m_vault->deleteFile(QStringLiteral("Docs/a.txt")));
-    QVERIFY(m_vault->deleteEmptyFolder(QStringLiteral("Docs")));
+    QVERIFY(m_fixture.importText(QStringLiteral("Docs/a.txt"), "a"));
+    QVERIFY(!m_fixture.vault().deleteEmptyFolder(QStringLiteral("Docs")));
+    QVERIFY(m_fixture.vault().deleteFile(QStringLiteral("Docs/a.txt")));
+    QVERIFY(m_fixture.vault().deleteEmptyFolder(QStringLiteral("Docs")));
 }
 
 void TestEntryOperations::deleteFileKeepsContainerSize()
 {
-    importText(QStringLiteral("a.txt"), "conteúdo");
-    importText(QStringLiteral("b.txt"), "outro");
-    const qint64 before = QFileInfo(m_container).size();
-    QVERIFY(m_vault->deleteFile(QStringLiteral("A.TXT")));
-    QCOMPARE(QFileInfo(m_container).size(), before);
-    QCOMPARE(filePaths(m_vault->index()), QStringList({QStringLiteral("b.txt")}));
-    QVERIFY(!m_vault->deleteFile(QStringLiteral("a.txt")));
-    QVERIFY(!m_vault->deleteFile(QString()));
+    QVERIFY(m_fixture.importText(QStringLiteral("a.txt"), "conteúdo"));
+    QVERIFY(m_fixture.importText(QStringLiteral("b.txt"), "outro"));
+    const qint64 before = QFileInfo(m_fixture.container()).size();
+    QVERIFY(m_fixture.vault().deleteFile(QStringLiteral("A.TXT")));
+    QCOMPARE(QFileInfo(m_fixture.container()).size(), before);
+    QCOMPARE(VaultFixture::filePaths(m_fixture.vault().index()), QStringList({QStringLiteral("b.txt")}));
+    QVERIFY(!m_fixture.vault().deleteFile(QStringLiteral("a.txt")));
+    QVERIFY(!m_fixture.vault().deleteFile(QString()));
 }
 
 void TestEntryOperations::moveFileRules()
 {
-    importText(QStringLiteral("x.txt"), "raiz");
-    importText(QStringLiteral("Docs/X.TXT"), "docs");
-    QVERIFY(m_vault->createFolder(QStringLiteral("Vazia")));
-    QVERIFY(m_vault->createFolder(QStringLiteral("Outra/x.txt")));
+    QVERIFY(m_fixture.importText(QStringLiteral("x.txt"), "raiz"));
+    QVERIFY(m_fixture.importText(QStringLiteral("Docs/X.TXT"), "docs"));
+    QVERIFY(m_fixture.vault().createFolder(QStringLiteral("Vazia")));
+    QVERIFY(m_fixture.vault().createFolder(QStringLiteral("Outra/x.txt")));
 
-    QVERIFY(!m_vault->moveFile(QStringLiteral("x.txt"), QString()));
-    QVERIFY(!m_vault->moveFile(QStringLiteral("x.txt"), QStringLiteral("/")));
-    QVERIFY(!m_vault->moveFile(QStringLiteral("x.txt"), QStringLiteral("docs")));
-    QVERIFY(!m_vault->moveFile(QStringLiteral("x.txt"), QStringLiteral("Inexistente")));
+    QVERIFY(!m_fixture.vault().moveFile(QStringLiteral("x.txt"), QString()));
+    QVERIFY(!m_fixture.vault().moveFile(QStringLiteral("x.txt"), QStringLiteral("/")));
+    QVERIFY(!m_fixture.vault().moveFile(QStringLiteral("x.txt"), QStringLiteral("docs")));
+    QVERIFY(!m_fixture.vault().moveFile(QStringLiteral("x.txt"), QStringLiteral("Inexistente")));
     // A folder already has the new path.
-    QVERIFY(!m_vault->moveFile(QStringLiteral("x.txt"), QStringLiteral("Outra")));
-    QVERIFY(!m_vault->moveFile(QStringLiteral("ausente.txt"), QStringLiteral("Vazia")));
+    QVERIFY(!m_fixture.vault().moveFile(QStringLiteral("x.txt"), QStringLiteral("Outra")));
+    QVERIFY(!m_fixture.vault().moveFile(QStringLiteral("ausente.txt"), QStringLiteral("Vazia")));
 
     // Paths are taken as given: the window passes the stored ones, so letter case stays as stored.
-    QVERIFY(m_vault->moveFile(QStringLiteral("x.txt"), QStringLiteral("Vazia")));
-    QCOMPARE(m_vault->index().findFile(QStringLiteral("vazia/X.TXT"))->vaultPath,
+    QVERIFY(m_fixture.vault().moveFile(QStringLiteral("x.txt"), QStringLiteral("Vazia")));
+    QCOMPARE(m_fixture.vault().index().findFile(QStringLiteral("vazia/X.TXT"))->vaultPath,
              QStringLiteral("Vazia/x.txt"));
-    QVERIFY(m_vault->moveFile(QStringLiteral("Vazia/x.txt"), QStringLiteral("/")));
-    QVERIFY(m_vault->fileExists(QStringLiteral("x.txt")));
+    QVERIFY(m_fixture.vault().moveFile(QStringLiteral("Vazia/x.txt"), QStringLiteral("/")));
+    QVERIFY(m_fixture.vault().fileExists(QStringLiteral("x.txt")));
 }
 
 void TestEntryOperations::moveFileKeepsEverythingButThePath()
 {
-    importText(QStringLiteral("a.txt"), "mover sem copiar");
-    QVERIFY(m_vault->createFolder(QStringLiteral("Destino")));
-    const FileEntry before = m_vault->index().files().at(0);
-    const qint64 size = QFileInfo(m_container).size();
-    QVERIFY(m_vault->moveFile(QStringLiteral("a.txt"), QStringLiteral("Destino")));
-    const FileEntry after = m_vault->index().files().at(0);
+    QVERIFY(m_fixture.importText(QStringLiteral("a.txt"), "mover sem copiar"));
+    QVERIFY(m_fixture.vault().createFolder(QStringLiteral("Destino")));
+    const FileEntry before = m_fixture.vault().index().files().at(0);
+    const qint64 size = QFileInfo(m_fixture.container()).size();
+    QVERIFY(m_fixture.vault().moveFile(QStringLiteral("a.txt"), QStringLiteral("Destino")));
+    const FileEntry after = m_fixture.vault().index().files().at(0);
     QCOMPARE(after.vaultPath, QStringLiteral("Destino/a.txt"));
     QCOMPARE(after.id, before.id);
     QCOMPARE(after.sha256, before.sha256);
     QCOMPARE(after.lastModifiedUtc, before.lastModifiedUtc);
     QCOMPARE(after.blocks.at(0).offset, before.blocks.at(0).offset);
-    QCOMPARE(QFileInfo(m_container).size(), size);
-    QVERIFY(m_vault->exportFile(QStringLiteral("destino/A.txt"), path(QStringLiteral("saida.txt"))));
+    QCOMPARE(QFileInfo(m_fixture.container()).size(), size);
+    QVERIFY(m_fixture.vault().exportFile(QStringLiteral("destino/A.txt"), path(QStringLiteral("saida.txt"))));
     QCOMPARE(TestFiles::read(path(QStringLiteral("saida.txt"))), QByteArray("mover sem copiar"));
 }
 
 void TestEntryOperations::renameFileRules()
 {
-    importText(QStringLiteral("a.txt"), "a");
-    importText(QStringLiteral("c.txt"), "c");
-    QVERIFY(m_vault->createFolder(QStringLiteral("b.txt")));
-    QVERIFY(!m_vault->renameFile(QStringLiteral("a.txt"), QStringLiteral("A.txt")));
-    QVERIFY(!m_vault->renameFile(QStringLiteral("a.txt"), QStringLiteral("b.txt")));
-    QVERIFY(!m_vault->renameFile(QStringLiteral("a.txt"), QStringLiteral("C.TXT")));
-    QVERIFY(!m_vault->renameFile(QStringLiteral("ausente.txt"), QStringLiteral("z.txt")));
-    QVERIFY(!m_vault->renameFile(QStringLiteral("a.txt"), QStringLiteral("..")));
+    QVERIFY(m_fixture.importText(QStringLiteral("a.txt"), "a"));
+    QVERIFY(m_fixture.importText(QStringLiteral("c.txt"), "c"));
+    QVERIFY(m_fixture.vault().createFolder(QStringLiteral("b.txt")));
+    QVERIFY(!m_fixture.vault().renameFile(QStringLiteral("a.txt"), QStringLiteral("A.txt")));
+    QVERIFY(!m_fixture.vault().renameFile(QStringLiteral("a.txt"), QStringLiteral("b.txt")));
+    QVERIFY(!m_fixture.vault().renameFile(QStringLiteral("a.txt"), QStringLiteral("C.TXT")));
+    QVERIFY(!m_fixture.vault().renameFile(QStringLiteral("ausente.txt"), QStringLiteral("z.txt")));
+    QVERIFY(!m_fixture.vault().renameFile(QStringLiteral("a.txt"), QStringLiteral("..")));
 
-    QVERIFY(m_vault->renameFile(QStringLiteral("A.TXT"), QStringLiteral("renomeado.txt")));
-    QCOMPARE(filePaths(m_vault->index()),
+    QVERIFY(m_fixture.vault().renameFile(QStringLiteral("A.TXT"), QStringLiteral("renomeado.txt")));
+    QCOMPARE(VaultFixture::filePaths(m_fixture.vault().index()),
              QStringList({QStringLiteral("renomeado.txt"), QStringLiteral("c.txt")}));
     // The new path's folders are the caller's business: none is made here.
-    QVERIFY(m_vault->renameFile(QStringLiteral("c.txt"), QStringLiteral("Nova/c.txt")));
-    QVERIFY(!m_vault->directoryExists(QStringLiteral("Nova")));
+    QVERIFY(m_fixture.vault().renameFile(QStringLiteral("c.txt"), QStringLiteral("Nova/c.txt")));
+    QVERIFY(!m_fixture.vault().directoryExists(QStringLiteral("Nova")));
 }
 
 void TestEntryOperations::renameFolderMovesEverythingBelow()
 {
-    QVERIFY(m_vault->createFolder(QStringLiteral("Fotos/2023")));
-    importText(QStringLiteral("Fotos/2023/praia.jpg"), "praia");
-    importText(QStringLiteral("Fotos/capa.jpg"), "capa");
-    importText(QStringLiteral("Fotos2/fora.jpg"), "fora");
-    const FileEntry praia = *m_vault->index().findFile(QStringLiteral("Fotos/2023/praia.jpg"));
-    const DirectoryEntry fotos = *m_vault->index().findDirectory(QStringLiteral("Fotos"));
+    QVERIFY(m_fixture.vault().createFolder(QStringLiteral("Fotos/2023")));
+    QVERIFY(m_fixture.importText(QStringLiteral("Fotos/2023/praia.jpg"), "praia"));
+    QVERIFY(m_fixture.importText(QStringLiteral("Fotos/capa.jpg"), "capa"));
+    QVERIFY(m_fixture.importText(QStringLiteral("Fotos2/fora.jpg"), "fora"));
+    const FileEntry praia = *m_fixture.vault().index().findFile(QStringLiteral("Fotos/2023/praia.jpg"));
+    const DirectoryEntry fotos = *m_fixture.vault().index().findDirectory(QStringLiteral("Fotos"));
     QTest::qWait(5);
 
-    QVERIFY(m_vault->renameFolder(QStringLiteral("fotos"), QStringLiteral("Arquivo/Fotos")));
-    const VaultIndex& index = m_vault->index();
-    QCOMPARE(directoryPaths(index),
+    QVERIFY(m_fixture.vault().renameFolder(QStringLiteral("fotos"), QStringLiteral("Arquivo/Fotos")));
+    const VaultIndex& index = m_fixture.vault().index();
+    QCOMPARE(VaultFixture::directoryPaths(index),
              QStringList({QStringLiteral("Arquivo"), QStringLiteral("Arquivo/Fotos"),
                           QStringLiteral("Arquivo/Fotos/2023"), QStringLiteral("Fotos2")}));
-    QCOMPARE(filePaths(index),
+    QCOMPARE(VaultFixture::filePaths(index),
              QStringList({QStringLiteral("Arquivo/Fotos/2023/praia.jpg"),
                           QStringLiteral("Arquivo/Fotos/capa.jpg"), QStringLiteral("Fotos2/fora.jpg")}));
     const DirectoryEntry& moved = *index.findDirectory(QStringLiteral("Arquivo/Fotos"));
@@ -224,85 +192,86 @@ void TestEntryOperations::renameFolderMovesEverythingBelow()
     const FileEntry* movedFile = index.findFile(QStringLiteral("Arquivo/Fotos/2023/praia.jpg"));
     QCOMPARE(movedFile->id, praia.id);
     QCOMPARE(movedFile->lastModifiedUtc, praia.lastModifiedUtc);
-    QVERIFY(
-        m_vault->exportFile(QStringLiteral("arquivo/fotos/2023/PRAIA.jpg"), path(QStringLiteral("p.jpg"))));
+    QVERIFY(m_fixture.vault().exportFile(QStringLiteral("arquivo/fotos/2023/PRAIA.jpg"),
+                                         path(QStringLiteral("p.jpg"))));
     QCOMPARE(TestFiles::read(path(QStringLiteral("p.jpg"))), QByteArray("praia"));
 }
 
 void TestEntryOperations::renameFolderRefusals()
 {
-    QVERIFY(m_vault->createFolder(QStringLiteral("Fotos")));
-    QVERIFY(m_vault->createFolder(QStringLiteral("Docs")));
-    importText(QStringLiteral("nota.txt"), "n");
-    QVERIFY(!m_vault->renameFolder(QStringLiteral("Fotos"), QStringLiteral("Fotos/2024")));
-    QVERIFY(!m_vault->renameFolder(QStringLiteral("Fotos"), QStringLiteral("FOTOS")));
-    QVERIFY(!m_vault->renameFolder(QStringLiteral("Fotos"), QStringLiteral("docs")));
-    QVERIFY(!m_vault->renameFolder(QStringLiteral("Fotos"), QStringLiteral("Nota.txt")));
-    QVERIFY(!m_vault->renameFolder(QStringLiteral("Ausente"), QStringLiteral("Outra")));
-    QVERIFY(!m_vault->renameFolder(QStringLiteral("Fotos"), QString()));
-    QVERIFY(m_vault->renameFolder(QStringLiteral("Fotos"), QStringLiteral("Imagens")));
+    QVERIFY(m_fixture.vault().createFolder(QStringLiteral("Fotos")));
+    QVERIFY(m_fixture.vault().createFolder(QStringLiteral("Docs")));
+    QVERIFY(m_fixture.importText(QStringLiteral("nota.txt"), "n"));
+    QVERIFY(!m_fixture.vault().renameFolder(QStringLiteral("Fotos"), QStringLiteral("Fotos/2024")));
+    QVERIFY(!m_fixture.vault().renameFolder(QStringLiteral("Fotos"), QStringLiteral("FOTOS")));
+    QVERIFY(!m_fixture.vault().renameFolder(QStringLiteral("Fotos"), QStringLiteral("docs")));
+    QVERIFY(!m_fixture.vault().renameFolder(QStringLiteral("Fotos"), QStringLiteral("Nota.txt")));
+    QVERIFY(!m_fixture.vault().renameFolder(QStringLiteral("Ausente"), QStringLiteral("Outra")));
+    QVERIFY(!m_fixture.vault().renameFolder(QStringLiteral("Fotos"), QString()));
+    QVERIFY(m_fixture.vault().renameFolder(QStringLiteral("Fotos"), QStringLiteral("Imagens")));
 }
 
 void TestEntryOperations::openFileCanBeDeletedButNotMovedOrRenamed()
 {
-    importText(QStringLiteral("Pasta/aberto.txt"), "em edição");
-    importText(QStringLiteral("outro.txt"), "outro");
-    QVERIFY(m_vault->createFolder(QStringLiteral("Destino")));
+    QVERIFY(m_fixture.importText(QStringLiteral("Pasta/aberto.txt"), "em edição"));
+    QVERIFY(m_fixture.importText(QStringLiteral("outro.txt"), "outro"));
+    QVERIFY(m_fixture.vault().createFolder(QStringLiteral("Destino")));
     QString local;
-    QVERIFY(m_vault->openForEdit(QStringLiteral("Pasta/aberto.txt"), &local));
+    QVERIFY(m_fixture.vault().openForEdit(QStringLiteral("Pasta/aberto.txt"), &local));
 
-    QVERIFY(!m_vault->moveFile(QStringLiteral("Pasta/aberto.txt"), QStringLiteral("Destino")));
-    QVERIFY(!m_vault->renameFile(QStringLiteral("Pasta/aberto.txt"), QStringLiteral("Pasta/novo.txt")));
-    QVERIFY(!m_vault->renameFolder(QStringLiteral("Pasta"), QStringLiteral("Destino/Pasta")));
-    QVERIFY(m_vault->moveFile(QStringLiteral("outro.txt"), QStringLiteral("Destino")));
-    QVERIFY(m_vault->deleteFile(QStringLiteral("Pasta/aberto.txt")));
-    QVERIFY(!m_vault->fileExists(QStringLiteral("Pasta/aberto.txt")));
+    QVERIFY(!m_fixture.vault().moveFile(QStringLiteral("Pasta/aberto.txt"), QStringLiteral("Destino")));
+    QVERIFY(
+        !m_fixture.vault().renameFile(QStringLiteral("Pasta/aberto.txt"), QStringLiteral("Pasta/novo.txt")));
+    QVERIFY(!m_fixture.vault().renameFolder(QStringLiteral("Pasta"), QStringLiteral("Destino/Pasta")));
+    QVERIFY(m_fixture.vault().moveFile(QStringLiteral("outro.txt"), QStringLiteral("Destino")));
+    QVERIFY(m_fixture.vault().deleteFile(QStringLiteral("Pasta/aberto.txt")));
+    QVERIFY(!m_fixture.vault().fileExists(QStringLiteral("Pasta/aberto.txt")));
 }
 
 void TestEntryOperations::refusalsLeaveContainerAndIndexAsTheyWere()
 {
-    importText(QStringLiteral("a.txt"), "a");
-    QVERIFY(m_vault->createFolder(QStringLiteral("Docs/Sub")));
-    const QByteArray bytes = TestFiles::read(m_container);
-    const QByteArray index = m_vault->index().toJson();
-    QVERIFY(!m_vault->createFolder(QStringLiteral("docs")));
-    QVERIFY(!m_vault->deleteEmptyFolder(QStringLiteral("Docs")));
-    QVERIFY(!m_vault->deleteFile(QStringLiteral("b.txt")));
-    QVERIFY(!m_vault->moveFile(QStringLiteral("a.txt"), QStringLiteral("Nada")));
-    QVERIFY(!m_vault->renameFile(QStringLiteral("a.txt"), QStringLiteral("A.TXT")));
-    QVERIFY(!m_vault->renameFolder(QStringLiteral("Docs"), QStringLiteral("Docs/Sub/X")));
-    QCOMPARE(TestFiles::read(m_container), bytes);
-    QCOMPARE(m_vault->index().toJson(), index);
+    QVERIFY(m_fixture.importText(QStringLiteral("a.txt"), "a"));
+    QVERIFY(m_fixture.vault().createFolder(QStringLiteral("Docs/Sub")));
+    const QByteArray bytes = TestFiles::read(m_fixture.container());
+    const QByteArray index = m_fixture.vault().index().toJson();
+    QVERIFY(!m_fixture.vault().createFolder(QStringLiteral("docs")));
+    QVERIFY(!m_fixture.vault().deleteEmptyFolder(QStringLiteral("Docs")));
+    QVERIFY(!m_fixture.vault().deleteFile(QStringLiteral("b.txt")));
+    QVERIFY(!m_fixture.vault().moveFile(QStringLiteral("a.txt"), QStringLiteral("Nada")));
+    QVERIFY(!m_fixture.vault().renameFile(QStringLiteral("a.txt"), QStringLiteral("A.TXT")));
+    QVERIFY(!m_fixture.vault().renameFolder(QStringLiteral("Docs"), QStringLiteral("Docs/Sub/X")));
+    QCOMPARE(TestFiles::read(m_fixture.container()), bytes);
+    QCOMPARE(m_fixture.vault().index().toJson(), index);
 }
 
 void TestEntryOperations::unreadableHeaderKeepsTheLiveIndex()
 {
-    importText(QStringLiteral("a.txt"), "a");
-    const QByteArray index = m_vault->index().toJson();
-    QByteArray bytes = TestFiles::read(m_container);
+    QVERIFY(m_fixture.importText(QStringLiteral("a.txt"), "a"));
+    const QByteArray index = m_fixture.vault().index().toJson();
+    QByteArray bytes = TestFiles::read(m_fixture.container());
     bytes[0] = 'X';
-    QVERIFY(TestFiles::write(m_container, bytes));
-    QVERIFY(!m_vault->createFolder(QStringLiteral("Nova")));
-    QVERIFY(!m_vault->deleteFile(QStringLiteral("a.txt")));
-    QVERIFY(!m_vault->renameFile(QStringLiteral("a.txt"), QStringLiteral("b.txt")));
-    QCOMPARE(m_vault->index().toJson(), index);
-    QCOMPARE(TestFiles::read(m_container), bytes);
+    QVERIFY(TestFiles::write(m_fixture.container(), bytes));
+    QVERIFY(!m_fixture.vault().createFolder(QStringLiteral("Nova")));
+    QVERIFY(!m_fixture.vault().deleteFile(QStringLiteral("a.txt")));
+    QVERIFY(!m_fixture.vault().renameFile(QStringLiteral("a.txt"), QStringLiteral("b.txt")));
+    QCOMPARE(m_fixture.vault().index().toJson(), index);
+    QCOMPARE(TestFiles::read(m_fixture.container()), bytes);
 }
 
 void TestEntryOperations::lockedVaultRefusesEverything()
 {
-    importText(QStringLiteral("a.txt"), "a");
-    QVERIFY(m_vault->createFolder(QStringLiteral("Docs")));
-    QVERIFY(m_vault->lock());
-    const QByteArray bytes = TestFiles::read(m_container);
-    QVERIFY(!m_vault->createFolder(QStringLiteral("Nova")));
-    QVERIFY(!m_vault->deleteEmptyFolder(QStringLiteral("Docs")));
-    QVERIFY(!m_vault->deleteFile(QStringLiteral("a.txt")));
-    QVERIFY(!m_vault->moveFile(QStringLiteral("a.txt"), QStringLiteral("Docs")));
-    QVERIFY(!m_vault->renameFile(QStringLiteral("a.txt"), QStringLiteral("b.txt")));
-    QVERIFY(!m_vault->renameFolder(QStringLiteral("Docs"), QStringLiteral("Outra")));
-    QVERIFY(!m_vault->fileExists(QStringLiteral("a.txt")));
-    QCOMPARE(TestFiles::read(m_container), bytes);
+    QVERIFY(m_fixture.importText(QStringLiteral("a.txt"), "a"));
+    QVERIFY(m_fixture.vault().createFolder(QStringLiteral("Docs")));
+    QVERIFY(m_fixture.vault().lock());
+    const QByteArray bytes = TestFiles::read(m_fixture.container());
+    QVERIFY(!m_fixture.vault().createFolder(QStringLiteral("Nova")));
+    QVERIFY(!m_fixture.vault().deleteEmptyFolder(QStringLiteral("Docs")));
+    QVERIFY(!m_fixture.vault().deleteFile(QStringLiteral("a.txt")));
+    QVERIFY(!m_fixture.vault().moveFile(QStringLiteral("a.txt"), QStringLiteral("Docs")));
+    QVERIFY(!m_fixture.vault().renameFile(QStringLiteral("a.txt"), QStringLiteral("b.txt")));
+    QVERIFY(!m_fixture.vault().renameFolder(QStringLiteral("Docs"), QStringLiteral("Outra")));
+    QVERIFY(!m_fixture.vault().fileExists(QStringLiteral("a.txt")));
+    QCOMPARE(TestFiles::read(m_fixture.container()), bytes);
 }
 
 QTEST_GUILESS_MAIN(TestEntryOperations)

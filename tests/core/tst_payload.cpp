@@ -1,5 +1,6 @@
 #include "ContainerFile.h"
 #include "TestFiles.h"
+#include "VaultFixture.h"
 #include "VaultManager.h"
 
 #include <QBuffer>
@@ -13,6 +14,7 @@
 
 using namespace Velmarin::Core;
 using Velmarin::Tests::TestFiles;
+using Velmarin::Tests::VaultFixture;
 
 namespace {
 
@@ -44,25 +46,19 @@ private Q_SLOTS:
     void recordsSourceDateAndFreshIds();
 
 private:
-    QString path(const QString& name) const { return m_dir->filePath(name); }
+    QString path(const QString& name) const { return m_fixture.path(name); }
 
-    std::unique_ptr<QTemporaryDir> m_dir;
-    QString m_container;
-    std::unique_ptr<VaultManager> m_vault;
+    VaultFixture m_fixture;
 };
 
 void TestPayload::init()
 {
-    m_dir = std::make_unique<QTemporaryDir>();
-    m_container = path(QStringLiteral("velmarin.vltx"));
-    QVERIFY(TestFiles::copyEmptyVault(m_container));
-    m_vault = std::make_unique<VaultManager>();
-    QVERIFY(m_vault->unlock(m_container, TestFiles::password()));
+    QVERIFY(m_fixture.setUp());
 }
 
 void TestPayload::cleanup()
 {
-    m_vault.reset();
+    m_fixture.tearDown();
 }
 
 void TestPayload::importsAndExportsEverySize_data()
@@ -83,10 +79,10 @@ void TestPayload::importsAndExportsEverySize()
     QFETCH(QList<qint64>, plainSizes);
     const QString source = path(QStringLiteral("origem.bin"));
     QVERIFY(TestFiles::writePattern(source, size, 11));
-    const qint64 containerBefore = QFileInfo(m_container).size();
+    const qint64 containerBefore = QFileInfo(m_fixture.container()).size();
 
-    QVERIFY(m_vault->importFile(source, QStringLiteral("Dados/arquivo.bin")));
-    const FileEntry* entry = m_vault->index().findFile(QStringLiteral("Dados/arquivo.bin"));
+    QVERIFY(m_fixture.vault().importFile(source, QStringLiteral("Dados/arquivo.bin")));
+    const FileEntry* entry = m_fixture.vault().index().findFile(QStringLiteral("Dados/arquivo.bin"));
     QVERIFY(entry != nullptr);
     QCOMPARE(entry->sizeBytes, size);
     QCOMPARE(entry->blocks.size(), plainSizes.size());
@@ -99,14 +95,14 @@ void TestPayload::importsAndExportsEverySize()
         QCOMPARE(block.nonce.size(), 24);
         expectedOffset += block.encryptedSize;
     }
-    QCOMPARE(QFileInfo(m_container).size(), expectedOffset);
+    QCOMPARE(QFileInfo(m_fixture.container()).size(), expectedOffset);
     QCOMPARE(entry->sha256.toHex(), TestFiles::sha256sum(source).toHex());
 
     // Through a fresh session, so the index on disk is what is read.
-    QVERIFY(m_vault->lock());
-    QVERIFY(m_vault->unlock(m_container, TestFiles::password()));
+    QVERIFY(m_fixture.vault().lock());
+    QVERIFY(m_fixture.vault().unlock(m_fixture.container(), TestFiles::password()));
     const QString exported = path(QStringLiteral("exportado.bin"));
-    QVERIFY(m_vault->exportFile(QStringLiteral("dados/ARQUIVO.bin"), exported));
+    QVERIFY(m_fixture.vault().exportFile(QStringLiteral("dados/ARQUIVO.bin"), exported));
     QVERIFY(TestFiles::sameContents(source, exported));
 }
 
@@ -114,18 +110,18 @@ void TestPayload::emptyFileHasNoBlocks()
 {
     const QString source = path(QStringLiteral("vazio.txt"));
     QVERIFY(TestFiles::write(source, QByteArray()));
-    const qint64 before = QFileInfo(m_container).size();
-    QVERIFY(m_vault->importFile(source, QStringLiteral("vazio.txt")));
-    const FileEntry* entry = m_vault->index().findFile(QStringLiteral("vazio.txt"));
+    const qint64 before = QFileInfo(m_fixture.container()).size();
+    QVERIFY(m_fixture.vault().importFile(source, QStringLiteral("vazio.txt")));
+    const FileEntry* entry = m_fixture.vault().index().findFile(QStringLiteral("vazio.txt"));
     QVERIFY(entry != nullptr);
     QVERIFY(entry->blocks.isEmpty());
     QCOMPARE(entry->sizeBytes, 0);
     QCOMPARE(entry->sha256.toHex(),
              QByteArray("e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855"));
-    QCOMPARE(QFileInfo(m_container).size(), before);
+    QCOMPARE(QFileInfo(m_fixture.container()).size(), before);
     const QString exported = path(QStringLiteral("exportado.txt"));
     QVERIFY(TestFiles::write(exported, "lixo anterior"));
-    QVERIFY(m_vault->exportFile(QStringLiteral("vazio.txt"), exported));
+    QVERIFY(m_fixture.vault().exportFile(QStringLiteral("vazio.txt"), exported));
     QCOMPARE(QFileInfo(exported).size(), 0);
 }
 
@@ -134,10 +130,10 @@ void TestPayload::progressReportsPlaintextTotals()
     const QString source = path(QStringLiteral("grande.bin"));
     QVERIFY(TestFiles::writePattern(source, 40 * MiB, 5));
     QList<Triple> reports;
-    QVERIFY(m_vault->importFile(source, QStringLiteral(" \\Fotos\\ grande.bin "),
-                                [&](qint64 done, qint64 total, const QString& label) {
-                                    reports.append({done, total, label});
-                                }));
+    QVERIFY(m_fixture.vault().importFile(source, QStringLiteral(" \\Fotos\\ grande.bin "),
+                                         [&](qint64 done, qint64 total, const QString& label) {
+                                             reports.append({done, total, label});
+                                         }));
     const QString label = QStringLiteral("Fotos/grande.bin");
     QCOMPARE(reports,
              (QList<Triple>{
@@ -150,20 +146,22 @@ void TestPayload::importOverAnyLetterCaseReplaces()
     const QString second = path(QStringLiteral("segundo.txt"));
     QVERIFY(TestFiles::write(first, "versão antiga"));
     QVERIFY(TestFiles::write(second, "versão nova"));
-    QVERIFY(m_vault->importFile(first, QStringLiteral("Docs/A.TXT")));
-    const FileEntry old = *m_vault->index().findFile(QStringLiteral("Docs/A.TXT"));
-    const qint64 sizeAfterFirst = QFileInfo(m_container).size();
+    QVERIFY(m_fixture.vault().importFile(first, QStringLiteral("Docs/A.TXT")));
+    const FileEntry old = *m_fixture.vault().index().findFile(QStringLiteral("Docs/A.TXT"));
+    const qint64 sizeAfterFirst = QFileInfo(m_fixture.container()).size();
 
-    QVERIFY(m_vault->importFile(second, QStringLiteral("docs/a.txt")));
-    QCOMPARE(m_vault->index().files().size(), 1);
-    const FileEntry& replaced = m_vault->index().files().at(0);
+    QVERIFY(m_fixture.vault().importFile(second, QStringLiteral("docs/a.txt")));
+    QCOMPARE(m_fixture.vault().index().files().size(), 1);
+    const FileEntry& replaced = m_fixture.vault().index().files().at(0);
     QCOMPARE(replaced.vaultPath, QStringLiteral("docs/a.txt"));
     QVERIFY(replaced.id != old.id);
     // The old blocks stay in the file as dead space until compaction.
-    QCOMPARE(QFileInfo(m_container).size(), sizeAfterFirst + QByteArray("versão nova").size() + 16);
-    QCOMPARE(TestFiles::read(m_container).mid(old.blocks.at(0).offset, old.blocks.at(0).encryptedSize).size(),
+    QCOMPARE(QFileInfo(m_fixture.container()).size(), sizeAfterFirst + QByteArray("versão nova").size() + 16);
+    QCOMPARE(TestFiles::read(m_fixture.container())
+                 .mid(old.blocks.at(0).offset, old.blocks.at(0).encryptedSize)
+                 .size(),
              old.blocks.at(0).encryptedSize);
-    QVERIFY(m_vault->exportFile(QStringLiteral("DOCS/A.txt"), path(QStringLiteral("saida.txt"))));
+    QVERIFY(m_fixture.vault().exportFile(QStringLiteral("DOCS/A.txt"), path(QStringLiteral("saida.txt"))));
     QCOMPARE(TestFiles::read(path(QStringLiteral("saida.txt"))), QByteArray("versão nova"));
 }
 
@@ -171,42 +169,42 @@ void TestPayload::importCreatesMissingFolders()
 {
     const QString source = path(QStringLiteral("c.txt"));
     QVERIFY(TestFiles::write(source, "c"));
-    QVERIFY(m_vault->importFile(source, QStringLiteral("A/B/c.txt")));
-    QCOMPARE(m_vault->index().directories().size(), 2);
-    QCOMPARE(m_vault->index().directories().at(0).path, QStringLiteral("A"));
-    QCOMPARE(m_vault->index().directories().at(1).path, QStringLiteral("A/B"));
-    QCOMPARE(m_vault->index().files().at(0).vaultPath, QStringLiteral("A/B/c.txt"));
+    QVERIFY(m_fixture.vault().importFile(source, QStringLiteral("A/B/c.txt")));
+    QCOMPARE(m_fixture.vault().index().directories().size(), 2);
+    QCOMPARE(m_fixture.vault().index().directories().at(0).path, QStringLiteral("A"));
+    QCOMPARE(m_fixture.vault().index().directories().at(1).path, QStringLiteral("A/B"));
+    QCOMPARE(m_fixture.vault().index().files().at(0).vaultPath, QStringLiteral("A/B/c.txt"));
 
-    QVERIFY(m_vault->importFile(source, QStringLiteral("a/b/d.txt")));
-    QCOMPARE(m_vault->index().directories().size(), 2);
+    QVERIFY(m_fixture.vault().importFile(source, QStringLiteral("a/b/d.txt")));
+    QCOMPARE(m_fixture.vault().index().directories().size(), 2);
 }
 
 void TestPayload::importRefusesBadInput()
 {
     const QString source = path(QStringLiteral("ok.txt"));
     QVERIFY(TestFiles::write(source, "ok"));
-    const QByteArray before = TestFiles::read(m_container);
-    QVERIFY(!m_vault->importFile(path(QStringLiteral("ausente.txt")), QStringLiteral("a.txt")));
-    QVERIFY(!m_vault->importFile(m_dir->path(), QStringLiteral("a.txt")));
-    QVERIFY(!m_vault->importFile(source, QStringLiteral("a/../b.txt")));
-    QVERIFY(!m_vault->importFile(source, QStringLiteral("/")));
-    QCOMPARE(TestFiles::read(m_container), before);
-    QVERIFY(m_vault->index().files().isEmpty());
+    const QByteArray before = TestFiles::read(m_fixture.container());
+    QVERIFY(!m_fixture.vault().importFile(path(QStringLiteral("ausente.txt")), QStringLiteral("a.txt")));
+    QVERIFY(!m_fixture.vault().importFile(path(QStringLiteral(".")), QStringLiteral("a.txt")));
+    QVERIFY(!m_fixture.vault().importFile(source, QStringLiteral("a/../b.txt")));
+    QVERIFY(!m_fixture.vault().importFile(source, QStringLiteral("/")));
+    QCOMPARE(TestFiles::read(m_fixture.container()), before);
+    QVERIFY(m_fixture.vault().index().files().isEmpty());
 
-    QVERIFY(m_vault->lock());
-    QVERIFY(!m_vault->importFile(source, QStringLiteral("a.txt")));
-    QCOMPARE(TestFiles::read(m_container), before);
+    QVERIFY(m_fixture.vault().lock());
+    QVERIFY(!m_fixture.vault().importFile(source, QStringLiteral("a.txt")));
+    QCOMPARE(TestFiles::read(m_fixture.container()), before);
 }
 
 void TestPayload::fullDiskDuringThirdBlockLeavesEverythingAsBefore()
 {
     const QString kept = path(QStringLiteral("mantido.txt"));
     QVERIFY(TestFiles::write(kept, "já estava no cofre"));
-    QVERIFY(m_vault->importFile(kept, QStringLiteral("mantido.txt")));
+    QVERIFY(m_fixture.vault().importFile(kept, QStringLiteral("mantido.txt")));
     const QString source = path(QStringLiteral("grande.bin"));
     QVERIFY(TestFiles::writePattern(source, 40 * MiB, 9));
-    const qint64 before = QFileInfo(m_container).size();
-    const QByteArray indexBefore = m_vault->index().toJson();
+    const qint64 before = QFileInfo(m_fixture.container()).size();
+    const QByteArray indexBefore = m_fixture.vault().index().toJson();
 
     // The child may grow the container by two blocks and a little: the third block hits a full disk.
     const pid_t child = fork();
@@ -219,27 +217,27 @@ void TestPayload::fullDiskDuringThirdBlockLeavesEverythingAsBefore()
             _exit(10);
         }
         int progressCalls = 0;
-        const bool imported = m_vault->importFile(source, QStringLiteral("grande.bin"),
-                                                  [&](qint64, qint64, const QString&) { ++progressCalls; });
+        const bool imported = m_fixture.vault().importFile(
+            source, QStringLiteral("grande.bin"), [&](qint64, qint64, const QString&) { ++progressCalls; });
         if (imported) {
             _exit(11);
         }
         if (progressCalls != 2) {
             _exit(12);
         }
-        if (QFileInfo(m_container).size() != before) {
+        if (QFileInfo(m_fixture.container()).size() != before) {
             _exit(13);
         }
-        _exit(m_vault->index().toJson() == indexBefore ? 0 : 14);
+        _exit(m_fixture.vault().index().toJson() == indexBefore ? 0 : 14);
     }
     int status = 0;
     QCOMPARE(waitpid(child, &status, 0), child);
     QVERIFY(WIFEXITED(status));
     QCOMPARE(WEXITSTATUS(status), 0);
 
-    QCOMPARE(QFileInfo(m_container).size(), before);
+    QCOMPARE(QFileInfo(m_fixture.container()).size(), before);
     VaultManager reopened;
-    QVERIFY(reopened.unlock(m_container, TestFiles::password()));
+    QVERIFY(reopened.unlock(m_fixture.container(), TestFiles::password()));
     QCOMPARE(reopened.index().toJson(), indexBefore);
     QVERIFY(reopened.exportFile(QStringLiteral("mantido.txt"), path(QStringLiteral("saida.txt"))));
     QCOMPARE(TestFiles::read(path(QStringLiteral("saida.txt"))), QByteArray("já estava no cofre"));
@@ -249,10 +247,10 @@ void TestPayload::alteredBlockFailsExportAtThatBlock()
 {
     const QString source = path(QStringLiteral("tres-blocos.bin"));
     QVERIFY(TestFiles::writePattern(source, 40 * MiB, 3));
-    QVERIFY(m_vault->importFile(source, QStringLiteral("x.bin")));
-    const BlockEntry second = m_vault->index().files().at(0).blocks.at(1);
+    QVERIFY(m_fixture.vault().importFile(source, QStringLiteral("x.bin")));
+    const BlockEntry second = m_fixture.vault().index().files().at(0).blocks.at(1);
     {
-        QFile container(m_container);
+        QFile container(m_fixture.container());
         QVERIFY(container.open(QIODevice::ReadWrite));
         QVERIFY(container.seek(second.offset + 1000));
         char byte = 0;
@@ -261,7 +259,7 @@ void TestPayload::alteredBlockFailsExportAtThatBlock()
         QVERIFY(container.putChar(static_cast<char>(byte ^ 0x20)));
     }
     const QString exported = path(QStringLiteral("saida.bin"));
-    QVERIFY(!m_vault->exportFile(QStringLiteral("x.bin"), exported));
+    QVERIFY(!m_fixture.vault().exportFile(QStringLiteral("x.bin"), exported));
     QCOMPARE(QFileInfo(exported).size(), Block);
     QCOMPARE(TestFiles::read(exported), TestFiles::read(source).left(Block));
 }
@@ -270,10 +268,10 @@ void TestPayload::exportOfMissingPathLeavesAnEmptyFile()
 {
     const QString exported = path(QStringLiteral("saida.txt"));
     QVERIFY(TestFiles::write(exported, "conteúdo anterior"));
-    QVERIFY(!m_vault->exportFile(QStringLiteral("não-existe.txt"), exported));
+    QVERIFY(!m_fixture.vault().exportFile(QStringLiteral("não-existe.txt"), exported));
     QVERIFY(QFile::exists(exported));
     QCOMPARE(QFileInfo(exported).size(), 0);
-    QVERIFY(!m_vault->exportFile(QStringLiteral("../x"), path(QStringLiteral("nunca.txt"))));
+    QVERIFY(!m_fixture.vault().exportFile(QStringLiteral("../x"), path(QStringLiteral("nunca.txt"))));
     QVERIFY(!QFile::exists(path(QStringLiteral("nunca.txt"))));
 }
 
@@ -281,15 +279,15 @@ void TestPayload::exportsToAnyDevice()
 {
     const QString source = path(QStringLiteral("a.txt"));
     QVERIFY(TestFiles::write(source, "para um buffer"));
-    QVERIFY(m_vault->importFile(source, QStringLiteral("a.txt")));
+    QVERIFY(m_fixture.vault().importFile(source, QStringLiteral("a.txt")));
     QBuffer buffer;
     QVERIFY(buffer.open(QIODevice::WriteOnly));
-    QVERIFY(m_vault->exportFile(QStringLiteral("A.TXT"), &buffer));
+    QVERIFY(m_fixture.vault().exportFile(QStringLiteral("A.TXT"), &buffer));
     QCOMPARE(buffer.data(), QByteArray("para um buffer"));
-    QVERIFY(!m_vault->exportFile(QStringLiteral("a.txt"), static_cast<QIODevice*>(nullptr)));
+    QVERIFY(!m_fixture.vault().exportFile(QStringLiteral("a.txt"), static_cast<QIODevice*>(nullptr)));
     QBuffer readOnly;
     QVERIFY(readOnly.open(QIODevice::ReadOnly));
-    QVERIFY(!m_vault->exportFile(QStringLiteral("a.txt"), &readOnly));
+    QVERIFY(!m_fixture.vault().exportFile(QStringLiteral("a.txt"), &readOnly));
 }
 
 void TestPayload::recordsSourceDateAndFreshIds()
@@ -302,10 +300,10 @@ void TestPayload::recordsSourceDateAndFreshIds()
         QVERIFY(file.open(QIODevice::ReadWrite));
         QVERIFY(file.setFileTime(modified, QFileDevice::FileModificationTime));
     }
-    QVERIFY(m_vault->importFile(source, QStringLiteral("um.txt")));
-    QVERIFY(m_vault->importFile(source, QStringLiteral("dois.txt")));
-    const FileEntry& one = m_vault->index().files().at(0);
-    const FileEntry& two = m_vault->index().files().at(1);
+    QVERIFY(m_fixture.vault().importFile(source, QStringLiteral("um.txt")));
+    QVERIFY(m_fixture.vault().importFile(source, QStringLiteral("dois.txt")));
+    const FileEntry& one = m_fixture.vault().index().files().at(0);
+    const FileEntry& two = m_fixture.vault().index().files().at(1);
     QCOMPARE(one.lastModifiedUtc, modified);
     QCOMPARE(one.lastModifiedUtc.timeSpec(), Qt::UTC);
     QVERIFY(!QUuid::fromString(one.id).isNull());

@@ -1,9 +1,11 @@
+#include "VaultFixture.h"
 #include "VaultIndex.h"
 #include "VaultPath.h"
 
 #include <QtTest>
 
 using namespace Velmarin::Core;
+using Velmarin::Tests::VaultFixture;
 
 namespace {
 
@@ -16,24 +18,6 @@ FileEntry file(const QString& path, qint64 size = 0)
     entry.lastModifiedUtc = QDateTime(QDate(2024, 5, 3), QTime(14, 7, 9, 123), Qt::UTC);
     entry.sha256 = QByteArray::fromHex("e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855");
     return entry;
-}
-
-QStringList filePaths(const VaultIndex& index)
-{
-    QStringList paths;
-    for (const FileEntry& entry : index.files()) {
-        paths << entry.vaultPath;
-    }
-    return paths;
-}
-
-QStringList directoryPaths(const VaultIndex& index)
-{
-    QStringList paths;
-    for (const DirectoryEntry& entry : index.directories()) {
-        paths << entry.path;
-    }
-    return paths;
 }
 
 } // namespace
@@ -95,7 +79,7 @@ void TestVaultIndex::ensureParentDirectoriesAddsEveryMissingAncestor()
 {
     VaultIndex index;
     index.ensureParentDirectories(QStringLiteral("A/B/c.txt"));
-    QCOMPARE(directoryPaths(index), QStringList({QStringLiteral("A"), QStringLiteral("A/B")}));
+    QCOMPARE(VaultFixture::directoryPaths(index), QStringList({QStringLiteral("A"), QStringLiteral("A/B")}));
     const DirectoryEntry& first = index.directories().at(0);
     QVERIFY(first.createdUtc.isValid());
     QCOMPARE(first.createdUtc, first.modifiedUtc);
@@ -112,7 +96,7 @@ void TestVaultIndex::ensureParentDirectoriesSkipsExistingInAnyCase()
     const QDateTime old(QDate(2020, 1, 1), QTime(0, 0), Qt::UTC);
     index.upsertDirectory(DirectoryEntry{QStringLiteral("a"), old, old});
     index.ensureParentDirectories(QStringLiteral("A/b/c/d.txt"));
-    QCOMPARE(directoryPaths(index),
+    QCOMPARE(VaultFixture::directoryPaths(index),
              QStringList({QStringLiteral("a"), QStringLiteral("A/b"), QStringLiteral("A/b/c")}));
     QCOMPARE(index.directories().at(0).createdUtc, old);
 }
@@ -135,12 +119,12 @@ void TestVaultIndex::upsertAndRemoveMatchExactly()
     QVERIFY(index.upsertFile(file(QStringLiteral("x.txt"), 1)));
     QVERIFY(index.upsertFile(file(QStringLiteral("X.txt"), 2)));
     QVERIFY(index.upsertFile(file(QStringLiteral("x.txt"), 3)));
-    QCOMPARE(filePaths(index), QStringList({QStringLiteral("x.txt"), QStringLiteral("X.txt")}));
+    QCOMPARE(VaultFixture::filePaths(index), QStringList({QStringLiteral("x.txt"), QStringLiteral("X.txt")}));
     QCOMPARE(index.files().at(0).sizeBytes, 3);
     QVERIFY(!index.upsertFile(file(QString())));
     QVERIFY(!index.removeFile(QStringLiteral("X.TXT")));
     QVERIFY(index.removeFile(QStringLiteral("X.txt")));
-    QCOMPARE(filePaths(index), QStringList({QStringLiteral("x.txt")}));
+    QCOMPARE(VaultFixture::filePaths(index), QStringList({QStringLiteral("x.txt")}));
 
     QVERIFY(!index.upsertDirectory(DirectoryEntry{}));
     QVERIFY(index.upsertDirectory(DirectoryEntry{QStringLiteral("Docs"), {}, {}}));
@@ -152,7 +136,7 @@ void TestVaultIndex::upsertAndRemoveMatchExactly()
 void TestVaultIndex::documentWithXAndUpperXKeepsBoth()
 {
     const QByteArray json = R"({"files":[],"directories":[{"path":"x"},{"path":"X"}]})";
-    QCOMPARE(directoryPaths(VaultIndex::fromJson(json)),
+    QCOMPARE(VaultFixture::directoryPaths(VaultIndex::fromJson(json)),
              QStringList({QStringLiteral("x"), QStringLiteral("X")}));
 }
 
@@ -163,7 +147,7 @@ void TestVaultIndex::duplicateVaultPathKeepsSecondAtFirstPosition()
                             R"({"id":"middle","vaultPath":"b.txt","sizeBytes":2},)"
                             R"({"id":"second","vaultPath":"a.txt","sizeBytes":3}]})";
     const VaultIndex index = VaultIndex::fromJson(json);
-    QCOMPARE(filePaths(index), QStringList({QStringLiteral("a.txt"), QStringLiteral("b.txt")}));
+    QCOMPARE(VaultFixture::filePaths(index), QStringList({QStringLiteral("a.txt"), QStringLiteral("b.txt")}));
     QCOMPARE(index.files().at(0).id, QStringLiteral("second"));
     QCOMPARE(index.files().at(0).sizeBytes, 3);
 }
@@ -173,7 +157,7 @@ void TestVaultIndex::emptyVaultPathDisappearsOnLoad()
     const QByteArray json = R"({"files":[{"id":"a","vaultPath":""},{"id":"b","vaultPath":"b.txt"}],)"
                             R"("directories":[{"path":""}]})";
     const VaultIndex index = VaultIndex::fromJson(json);
-    QCOMPARE(filePaths(index), QStringList({QStringLiteral("b.txt")}));
+    QCOMPARE(VaultFixture::filePaths(index), QStringList({QStringLiteral("b.txt")}));
     QVERIFY(index.directories().isEmpty());
 }
 
@@ -264,8 +248,8 @@ void TestVaultIndex::orderSurvivesSaveAndLoad()
         index.upsertDirectory(DirectoryEntry{QString::fromLatin1(name) + QStringLiteral("-d"), {}, {}});
     }
     const VaultIndex reloaded = VaultIndex::fromJson(index.toJson());
-    QCOMPARE(filePaths(reloaded), filePaths(index));
-    QCOMPARE(directoryPaths(reloaded), directoryPaths(index));
+    QCOMPARE(VaultFixture::filePaths(reloaded), VaultFixture::filePaths(index));
+    QCOMPARE(VaultFixture::directoryPaths(reloaded), VaultFixture::directoryPaths(index));
     QCOMPARE(reloaded.toJson(), index.toJson());
 }
 

@@ -1,5 +1,6 @@
 #include "FailureInjection.h"
 #include "TestFiles.h"
+#include "VaultFixture.h"
 #include "VaultManager.h"
 
 #include <QLockFile>
@@ -9,6 +10,7 @@
 using namespace Velmarin::Core;
 using Velmarin::Tests::FailureInjection;
 using Velmarin::Tests::TestFiles;
+using Velmarin::Tests::VaultFixture;
 
 namespace {
 
@@ -47,69 +49,48 @@ private Q_SLOTS:
     void eachManagerHasItsOwnWorkspace();
 
 private:
-    QString path(const QString& name) const { return m_dir->filePath(name); }
-    void importText(const QString& vaultPath, const QByteArray& text);
-    QByteArray exported(VaultManager& vault, const QString& vaultPath);
+    QString path(const QString& name) const { return m_fixture.path(name); }
 
-    std::unique_ptr<QTemporaryDir> m_dir;
-    QString m_container;
-    std::unique_ptr<VaultManager> m_vault;
+    VaultFixture m_fixture;
 };
 
 void TestWorkspace::init()
 {
-    m_dir = std::make_unique<QTemporaryDir>();
-    m_container = path(QStringLiteral("velmarin.vltx"));
-    QVERIFY(TestFiles::copyEmptyVault(m_container));
-    m_vault = std::make_unique<VaultManager>(path(QStringLiteral("tmp")));
-    QVERIFY(m_vault->unlock(m_container, TestFiles::password()));
+    QVERIFY(m_fixture.setUp(QStringLiteral("velmarin.vltx"), QStringLiteral("tmp")));
 }
 
 void TestWorkspace::cleanup()
 {
-    m_vault.reset();
-}
-
-void TestWorkspace::importText(const QString& vaultPath, const QByteArray& text)
-{
-    const QString source = path(QStringLiteral("fonte.tmp"));
-    QVERIFY(TestFiles::write(source, text));
-    QVERIFY(m_vault->importFile(source, vaultPath));
-}
-
-QByteArray TestWorkspace::exported(VaultManager& vault, const QString& vaultPath)
-{
-    const QString destination = path(QStringLiteral("exportado.tmp"));
-    return vault.exportFile(vaultPath, destination) ? TestFiles::read(destination) : QByteArray("<falhou>");
+    m_fixture.tearDown();
 }
 
 void TestWorkspace::copyMirrorsTheVaultPath()
 {
-    importText(QStringLiteral("Docs/a.txt"), "texto do cofre");
-    const QString workspace = m_vault->workspaceDirectory();
+    QVERIFY(m_fixture.importText(QStringLiteral("Docs/a.txt"), "texto do cofre"));
+    const QString workspace = m_fixture.vault().workspaceDirectory();
     QVERIFY(workspace.startsWith(path(QStringLiteral("tmp/Velmarin/"))));
     QVERIFY(!QUuid::fromString(QFileInfo(workspace).fileName()).isNull());
 
     QString local;
-    QVERIFY(m_vault->openForEdit(QStringLiteral("docs/a.txt"), &local));
+    QVERIFY(m_fixture.vault().openForEdit(QStringLiteral("docs/a.txt"), &local));
     QCOMPARE(local, QDir(workspace).filePath(QStringLiteral("docs/a.txt")));
     QVERIFY(QFileInfo(QDir(workspace).filePath(QStringLiteral("docs"))).isDir());
     QCOMPARE(TestFiles::read(local), QByteArray("texto do cofre"));
-    QVERIFY(m_vault->isOpenForEdit(QStringLiteral("Docs/a.txt")));
-    QVERIFY(m_vault->lock());
+    QVERIFY(m_fixture.vault().isOpenForEdit(QStringLiteral("Docs/a.txt")));
+    QVERIFY(m_fixture.vault().lock());
     QVERIFY(!QFileInfo::exists(workspace));
 }
 
 void TestWorkspace::workspaceIsOwnerOnly()
 {
-    importText(QStringLiteral("Docs/Sub/a.txt"), "segredo");
+    QVERIFY(m_fixture.importText(QStringLiteral("Docs/Sub/a.txt"), "segredo"));
     QString local;
-    QVERIFY(m_vault->openForEdit(QStringLiteral("Docs/Sub/a.txt"), &local));
+    QVERIFY(m_fixture.vault().openForEdit(QStringLiteral("Docs/Sub/a.txt"), &local));
     const auto ownerOnlyFolder = QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner;
     const auto ownerOnlyFile = QFileDevice::ReadOwner | QFileDevice::WriteOwner;
     const auto othersOrGroup = QFileDevice::ReadGroup | QFileDevice::WriteGroup | QFileDevice::ExeGroup |
                                QFileDevice::ReadOther | QFileDevice::WriteOther | QFileDevice::ExeOther;
-    const QString workspace = m_vault->workspaceDirectory();
+    const QString workspace = m_fixture.vault().workspaceDirectory();
     for (const QString& folder :
          {workspace, workspace + QStringLiteral("/Docs"), workspace + QStringLiteral("/Docs/Sub")}) {
         const QFileDevice::Permissions permissions = QFileInfo(folder).permissions();
@@ -124,117 +105,117 @@ void TestWorkspace::workspaceIsOwnerOnly()
 void TestWorkspace::workspaceIsLockedWhileUnlocked()
 {
     const QString lockPath =
-        QDir(m_vault->workspaceDirectory()).filePath(QStringLiteral(".velmarin-workspace.lock"));
+        QDir(m_fixture.vault().workspaceDirectory()).filePath(QStringLiteral(".velmarin-workspace.lock"));
     QVERIFY(QFileInfo::exists(lockPath));
     QLockFile second(lockPath);
     QVERIFY(!second.tryLock(0));
     QCOMPARE(second.error(), QLockFile::LockFailedError);
-    QVERIFY(m_vault->lock());
+    QVERIFY(m_fixture.vault().lock());
     QVERIFY(!QFileInfo::exists(lockPath));
 }
 
 void TestWorkspace::changedCopyIsWrittenBackAtLock()
 {
-    importText(QStringLiteral("Docs/a.txt"), "original");
-    const QString oldId = m_vault->index().files().at(0).id;
+    QVERIFY(m_fixture.importText(QStringLiteral("Docs/a.txt"), "original"));
+    const QString oldId = m_fixture.vault().index().files().at(0).id;
     QString local;
-    QVERIFY(m_vault->openForEdit(QStringLiteral("Docs/a.txt"), &local));
+    QVERIFY(m_fixture.vault().openForEdit(QStringLiteral("Docs/a.txt"), &local));
     QVERIFY(editCopy(local, "editado pelo usuário"));
-    QVERIFY(m_vault->lock());
+    QVERIFY(m_fixture.vault().lock());
     QVERIFY(!QFileInfo::exists(local));
 
-    QVERIFY(m_vault->unlock(m_container, TestFiles::password()));
-    QCOMPARE(exported(*m_vault, QStringLiteral("Docs/a.txt")), QByteArray("editado pelo usuário"));
-    QCOMPARE(m_vault->index().files().size(), 1);
-    QVERIFY(m_vault->index().files().at(0).id != oldId);
+    QVERIFY(m_fixture.vault().unlock(m_fixture.container(), TestFiles::password()));
+    QCOMPARE(m_fixture.exported(QStringLiteral("Docs/a.txt")), QByteArray("editado pelo usuário"));
+    QCOMPARE(m_fixture.vault().index().files().size(), 1);
+    QVERIFY(m_fixture.vault().index().files().at(0).id != oldId);
 }
 
 void TestWorkspace::unchangedCopyIsNotImportedAgain()
 {
-    importText(QStringLiteral("a.txt"), "só leitura");
+    QVERIFY(m_fixture.importText(QStringLiteral("a.txt"), "só leitura"));
     QString local;
-    QVERIFY(m_vault->openForEdit(QStringLiteral("a.txt"), &local));
-    const QByteArray before = TestFiles::read(m_container);
-    QVERIFY(m_vault->lock());
-    QCOMPARE(TestFiles::read(m_container), before);
+    QVERIFY(m_fixture.vault().openForEdit(QStringLiteral("a.txt"), &local));
+    const QByteArray before = TestFiles::read(m_fixture.container());
+    QVERIFY(m_fixture.vault().lock());
+    QCOMPARE(TestFiles::read(m_fixture.container()), before);
 }
 
 void TestWorkspace::deletedCopyIsSkipped()
 {
-    importText(QStringLiteral("a.txt"), "apagado da área");
+    QVERIFY(m_fixture.importText(QStringLiteral("a.txt"), "apagado da área"));
     QString local;
-    QVERIFY(m_vault->openForEdit(QStringLiteral("a.txt"), &local));
+    QVERIFY(m_fixture.vault().openForEdit(QStringLiteral("a.txt"), &local));
     QVERIFY(QFile::remove(local));
-    const QByteArray before = TestFiles::read(m_container);
-    QVERIFY(m_vault->lock());
-    QCOMPARE(TestFiles::read(m_container), before);
-    QVERIFY(m_vault->unlock(m_container, TestFiles::password()));
-    QCOMPARE(exported(*m_vault, QStringLiteral("a.txt")), QByteArray("apagado da área"));
+    const QByteArray before = TestFiles::read(m_fixture.container());
+    QVERIFY(m_fixture.vault().lock());
+    QCOMPARE(TestFiles::read(m_fixture.container()), before);
+    QVERIFY(m_fixture.vault().unlock(m_fixture.container(), TestFiles::password()));
+    QCOMPARE(m_fixture.exported(QStringLiteral("a.txt")), QByteArray("apagado da área"));
 }
 
 void TestWorkspace::openingTwiceResetsTheCopy()
 {
-    importText(QStringLiteral("a.txt"), "do cofre");
+    QVERIFY(m_fixture.importText(QStringLiteral("a.txt"), "do cofre"));
     QString local;
-    QVERIFY(m_vault->openForEdit(QStringLiteral("a.txt"), &local));
+    QVERIFY(m_fixture.vault().openForEdit(QStringLiteral("a.txt"), &local));
     QVERIFY(editCopy(local, "edição perdida"));
     // The second opening writes the vault's version again and takes its new time as the reference.
-    QVERIFY(m_vault->openForEdit(QStringLiteral("a.txt"), &local));
+    QVERIFY(m_fixture.vault().openForEdit(QStringLiteral("a.txt"), &local));
     QCOMPARE(TestFiles::read(local), QByteArray("do cofre"));
     QVERIFY(touchLater(local, -3600));
-    QVERIFY(m_vault->openForEdit(QStringLiteral("a.txt"), &local));
-    const QByteArray before = TestFiles::read(m_container);
-    QVERIFY(m_vault->lock());
-    QCOMPARE(TestFiles::read(m_container), before);
+    QVERIFY(m_fixture.vault().openForEdit(QStringLiteral("a.txt"), &local));
+    const QByteArray before = TestFiles::read(m_fixture.container());
+    QVERIFY(m_fixture.vault().lock());
+    QCOMPARE(TestFiles::read(m_fixture.container()), before);
 }
 
 void TestWorkspace::failedWriteBackKeepsTheVaultOpen()
 {
     QVERIFY(FailureInjection::isAvailable());
-    importText(QStringLiteral("a.txt"), "original");
+    QVERIFY(m_fixture.importText(QStringLiteral("a.txt"), "original"));
     QString local;
-    QVERIFY(m_vault->openForEdit(QStringLiteral("a.txt"), &local));
+    QVERIFY(m_fixture.vault().openForEdit(QStringLiteral("a.txt"), &local));
     QVERIFY(editCopy(local, "edição que não pode se perder"));
-    const QByteArray before = TestFiles::read(m_container);
+    const QByteArray before = TestFiles::read(m_fixture.container());
     {
         // The drive is full: not one byte of the edited copy fits in the container.
-        const FailureInjection injection(m_container, "write");
-        QVERIFY(!m_vault->lock());
+        const FailureInjection injection(m_fixture.container(), "write");
+        QVERIFY(!m_fixture.vault().lock());
     }
-    QVERIFY(m_vault->isUnlocked());
+    QVERIFY(m_fixture.vault().isUnlocked());
     QCOMPARE(TestFiles::read(local), QByteArray("edição que não pode se perder"));
-    QCOMPARE(TestFiles::read(m_container), before);
-    QVERIFY(m_vault->isOpenForEdit(QStringLiteral("a.txt")));
+    QCOMPARE(TestFiles::read(m_fixture.container()), before);
+    QVERIFY(m_fixture.vault().isOpenForEdit(QStringLiteral("a.txt")));
 
-    QVERIFY(m_vault->lock());
-    QVERIFY(m_vault->unlock(m_container, TestFiles::password()));
-    QCOMPARE(exported(*m_vault, QStringLiteral("a.txt")), QByteArray("edição que não pode se perder"));
+    QVERIFY(m_fixture.vault().lock());
+    QVERIFY(m_fixture.vault().unlock(m_fixture.container(), TestFiles::password()));
+    QCOMPARE(m_fixture.exported(QStringLiteral("a.txt")), QByteArray("edição que não pode se perder"));
 }
 
 void TestWorkspace::openForEditRefusals()
 {
-    importText(QStringLiteral("a.txt"), "a");
+    QVERIFY(m_fixture.importText(QStringLiteral("a.txt"), "a"));
     QString local = QStringLiteral("intocado");
-    QVERIFY(!m_vault->openForEdit(QStringLiteral("a.txt"), nullptr));
-    QVERIFY(!m_vault->openForEdit(QStringLiteral("../a.txt"), &local));
-    QVERIFY(!m_vault->openForEdit(QStringLiteral("ausente.txt"), &local));
+    QVERIFY(!m_fixture.vault().openForEdit(QStringLiteral("a.txt"), nullptr));
+    QVERIFY(!m_fixture.vault().openForEdit(QStringLiteral("../a.txt"), &local));
+    QVERIFY(!m_fixture.vault().openForEdit(QStringLiteral("ausente.txt"), &local));
     QCOMPARE(local, QStringLiteral("intocado"));
-    QVERIFY(!m_vault->isOpenForEdit(QStringLiteral("ausente.txt")));
-    QVERIFY(m_vault->lock());
-    QVERIFY(!m_vault->openForEdit(QStringLiteral("a.txt"), &local));
+    QVERIFY(!m_fixture.vault().isOpenForEdit(QStringLiteral("ausente.txt")));
+    QVERIFY(m_fixture.vault().lock());
+    QVERIFY(!m_fixture.vault().openForEdit(QStringLiteral("a.txt"), &local));
 }
 
 void TestWorkspace::eachManagerHasItsOwnWorkspace()
 {
     VaultManager second(path(QStringLiteral("tmp")));
-    QVERIFY(second.workspaceDirectory() != m_vault->workspaceDirectory());
-    const QString sameParent = QFileInfo(m_vault->workspaceDirectory()).absolutePath();
+    QVERIFY(second.workspaceDirectory() != m_fixture.vault().workspaceDirectory());
+    const QString sameParent = QFileInfo(m_fixture.vault().workspaceDirectory()).absolutePath();
     QCOMPARE(QFileInfo(second.workspaceDirectory()).absolutePath(), sameParent);
     // Unlock/lock cycles of one manager reuse its folder name.
-    const QString name = m_vault->workspaceDirectory();
-    QVERIFY(m_vault->lock());
-    QVERIFY(m_vault->unlock(m_container, TestFiles::password()));
-    QCOMPARE(m_vault->workspaceDirectory(), name);
+    const QString name = m_fixture.vault().workspaceDirectory();
+    QVERIFY(m_fixture.vault().lock());
+    QVERIFY(m_fixture.vault().unlock(m_fixture.container(), TestFiles::password()));
+    QCOMPARE(m_fixture.vault().workspaceDirectory(), name);
     QVERIFY(QFileInfo(name).isDir());
 }
 
