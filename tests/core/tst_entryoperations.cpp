@@ -3,7 +3,6 @@
 #include "VaultFixture.h"
 #include "VaultManager.h"
 
-#include <QTemporaryDir>
 #include <QtTest>
 
 using namespace Velmarin::Core;

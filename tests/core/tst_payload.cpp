@@ -4,7 +4,6 @@
 #include "VaultManager.h"
 
 #include <QBuffer>
-#include <QTemporaryDir>
 #include <QtTest>
 
 #include <csignal>

@@ -4,7 +4,6 @@
 #include "VaultManager.h"
 
 #include <QLockFile>
-#include <QTemporaryDir>
 #include <QtTest>
 
 using namespace Velmarin::Core;
