@@ -1,18 +1,19 @@
-#include <QCoreApplication>
-#include <QTextStream>
+#include "MainWindow.h"
+#include "ProductInfo.h"
+
+#include <QApplication>
+#include <QIcon>
 
 int main(int argc, char* argv[])
 {
-    QCoreApplication app(argc, argv);
+    QApplication application(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("Velmarin"));
-    QCoreApplication::setApplicationVersion(QStringLiteral("1.0.5"));
+    QCoreApplication::setApplicationVersion(QString::fromLatin1(Velmarin::UI::ProductVersion));
+    // The same text as the application name: together they place the per-user standard locations.
     QCoreApplication::setOrganizationName(QStringLiteral("Velmarin"));
+    QGuiApplication::setWindowIcon(QIcon(QStringLiteral(":/icons/Velmarin.ico")));
 
-    // Until the window lands, the engine is reachable only through its tests.
-    QTextStream(stdout) << QCoreApplication::translate("main",
-                                                       "A janela do Velmarin ainda não está disponível "
-                                                       "nesta versão; o motor do cofre está pronto e "
-                                                       "testado (make test).")
-                        << Qt::endl;
-    return 0;
+    Velmarin::UI::MainWindow window;
+    window.show();
+    return QApplication::exec();
 }

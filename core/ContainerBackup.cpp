@@ -1,0 +1,56 @@
+#include "ContainerBackup.h"
+
+#include "FileSync.h"
+
+#include <QByteArray>
+
+namespace Velmarin::Core {
+
+ContainerBackup::ContainerBackup(const QString& sourcePath, const QString& destinationPath)
+    : m_source(sourcePath)
+    , m_destination(destinationPath)
+{}
+
+bool ContainerBackup::openSource()
+{
+    return m_source.open(QIODevice::ReadOnly);
+}
+
+bool ContainerBackup::openDestination()
+{
+    return m_destination.open(QIODevice::WriteOnly | QIODevice::Truncate);
+}
+
+bool ContainerBackup::copy(const Progress& progress)
+{
+    const bool copied = copyChunks(progress) && FileSync::flushToDevice(m_destination);
+    m_source.close();
+    m_destination.close();
+    if (!copied) {
+        m_destination.remove();
+    }
+    return copied;
+}
+
+bool ContainerBackup::copyChunks(const Progress& progress)
+{
+    if (!m_source.isOpen() || !m_destination.isOpen()) {
+        return false;
+    }
+    const qint64 total = m_source.size();
+    qint64 done = 0;
+    while (!m_source.atEnd()) {
+        const QByteArray chunk = m_source.read(ChunkSize);
+        // An empty read before the end is a read error: the drive went away or the medium failed.
+        if (chunk.isEmpty() || m_destination.write(chunk) != chunk.size()) {
+            return false;
+        }
+        done += chunk.size();
+        if (progress) {
+            progress(done, total);
+        }
+    }
+    return true;
+}
+
+} // namespace Velmarin::Core

@@ -1,0 +1,33 @@
+#pragma once
+
+#include <QByteArray>
+#include <QDialog>
+
+class QLineEdit;
+
+namespace Velmarin::UI {
+
+// Collects the current and the new password of a locked vault. It checks only what it can see:
+// whether the current password is right is known only once the vault tries it.
+class ChangePasswordDialog : public QDialog
+{
+    Q_OBJECT
+
+public:
+    explicit ChangePasswordDialog(QWidget* parent = nullptr);
+    ~ChangePasswordDialog() override;
+
+    // UTF-8 bytes of what was typed; the caller wipes them.
+    QByteArray currentPassword() const;
+    QByteArray newPassword() const;
+    void clearPasswords();
+
+private:
+    void validateAndAccept();
+
+    QLineEdit* m_currentPassword = nullptr;
+    QLineEdit* m_newPassword = nullptr;
+    QLineEdit* m_confirmation = nullptr;
+};
+
+} // namespace Velmarin::UI

@@ -1,0 +1,321 @@
+#include "MainWindow.h"
+
+#include "MessageBoxes.h"
+#include "PadlockIcon.h"
+#include "ProductInfo.h"
+#include "WindowGeometry.h"
+
+#include <QAction>
+#include <QCloseEvent>
+#include <QDate>
+#include <QFileInfo>
+#include <QFrame>
+#include <QGuiApplication>
+#include <QHBoxLayout>
+#include <QHeaderView>
+#include <QLabel>
+#include <QListWidget>
+#include <QScreen>
+#include <QStatusBar>
+#include <QTableWidget>
+#include <QToolButton>
+#include <QVBoxLayout>
+
+namespace Velmarin::UI {
+
+namespace {
+
+constexpr int OutcomeTimeoutMs = 5000;
+const char* const SmallLabelStyle = "QLabel { font-size: 11px; padding-left: 4px; padding-right: 4px; }";
+const char* const UnlockedBadgeStyle =
+    "QLabel { background-color: #7bd88f; color: #000000; font-size: 11px; font-weight: 600; "
+    "padding-left: 4px; padding-right: 4px; }";
+const char* const LockedBadgeStyle =
+    "QLabel { background-color: #f06a6a; color: #000000; font-size: 11px; font-weight: 600; "
+    "padding-left: 4px; padding-right: 4px; }";
+const char* const LockButtonStyle =
+    "QToolButton { border: 1px solid #d0d0d0; border-radius: 4px; background: #f7f7f7; }"
+    "QToolButton:hover:enabled { background: #eeeeee; border-color: #b8b8b8; }"
+    "QToolButton:pressed:enabled { background: #e2e2e2; }"
+    "QToolButton:disabled { background: #f1f1f1; border-color: #dedede; }";
+const char* const FileTableStyle = "QTableWidget::item { border-bottom: 1px solid #d8d8d8; }"
+                                   "QTableWidget::item:focus { outline: none; }"
+                                   "QTableWidget::item:selected { background-color: palette(highlight); "
+                                   "color: palette(highlighted-text); }";
+
+QLabel* statusField(const QString& text, int width, const char* style)
+{
+    auto* label = new QLabel(text);
+    label->setFixedWidth(width);
+    label->setAlignment(Qt::AlignCenter);
+    label->setStyleSheet(QString::fromLatin1(style));
+    return label;
+}
+
+} // namespace
+
+MainWindow::MainWindow(QWidget* parent)
+    : MainWindow(MainWindowServices::forSystem(), parent)
+{}
+
+MainWindow::MainWindow(MainWindowServices services, QWidget* parent)
+    : QMainWindow(parent)
+    , m_vault(services.workspaceParent)
+    , m_deviceManager(std::move(services.deviceManager))
+    , m_fileDialogs(std::move(services.fileDialogs))
+    , m_storage(std::move(services.storage))
+    , m_urlOpener(std::move(services.urlOpener))
+{
+    setWindowTitle(tr("Velmarin"));
+    buildCentralWidget();
+    buildStatusBar();
+    createActions();
+    buildMenus();
+    connectSignals();
+    fixWindowSize();
+    refreshDeviceList();
+    updateActionStates();
+    statusBar()->showMessage(tr("Pronto"));
+}
+
+MainWindow::~MainWindow() = default;
+
+void MainWindow::buildCentralWidget()
+{
+    auto* central = new QWidget(this);
+    central->setFixedSize(WindowGeometry::centralSize(QGuiApplication::primaryScreen()));
+    auto* layout = new QVBoxLayout(central);
+
+    layout->addWidget(new QLabel(tr("Dispositivos USB"), central));
+
+    m_deviceList = new QListWidget(central);
+    const int rowHeight = m_deviceList->fontMetrics().height() + 8;
+    const int listHeight = 3 * rowHeight + 2 * m_deviceList->frameWidth();
+    m_deviceList->setFixedHeight(listHeight);
+    m_deviceList->setVerticalScrollBarPolicy(Qt::ScrollBarAsNeeded);
+
+    auto* iconLabel = new QLabel(central);
+    iconLabel->setPixmap(QIcon(QStringLiteral(":/icons/Velmarin.ico")).pixmap(listHeight, listHeight));
+    iconLabel->setAlignment(Qt::AlignCenter);
+
+    m_lockButton = new QToolButton(central);
+    m_lockButton->setFixedSize(listHeight, listHeight);
+    m_lockButton->setIconSize(QSize(48, 48));
+    m_lockButton->setCheckable(true);
+    m_lockButton->setAutoRaise(false);
+    m_lockButton->setFocusPolicy(Qt::NoFocus);
+    m_lockButton->setStyleSheet(QString::fromLatin1(LockButtonStyle));
+
+    auto* deviceRow = new QHBoxLayout();
+    deviceRow->setContentsMargins(0, 0, 0, 0);
+    deviceRow->setSpacing(10);
+    deviceRow->addWidget(iconLabel);
+    deviceRow->addWidget(m_deviceList, 1);
+    deviceRow->addWidget(m_lockButton);
+    layout->addLayout(deviceRow);
+
+    m_vaultStatusLabel = new QLabel(central);
+    layout->addWidget(m_vaultStatusLabel);
+
+    m_fileTable = new QTableWidget(0, 5, central);
+    m_fileTable->setHorizontalHeaderLabels(
+        {QString(), tr("Nome do arquivo"), tr("Tamanho"), tr("Tipo"), tr("Modificado em")});
+    m_fileTable->setMinimumHeight(220);
+    m_fileTable->setContextMenuPolicy(Qt::CustomContextMenu);
+    m_fileTable->setEditTriggers(QAbstractItemView::NoEditTriggers);
+    m_fileTable->setFocusPolicy(Qt::NoFocus);
+    m_fileTable->setSelectionBehavior(QAbstractItemView::SelectRows);
+    m_fileTable->setSelectionMode(QAbstractItemView::SingleSelection);
+    m_fileTable->setAlternatingRowColors(true);
+    m_fileTable->setShowGrid(false);
+    m_fileTable->setIconSize(QSize(18, 18));
+    m_fileTable->setHorizontalScrollBarPolicy(Qt::ScrollBarAsNeeded);
+    m_fileTable->setVerticalScrollBarPolicy(Qt::ScrollBarAsNeeded);
+    m_fileTable->verticalHeader()->setVisible(false);
+    QHeaderView* header = m_fileTable->horizontalHeader();
+    header->setStretchLastSection(false);
+    header->setSectionsClickable(true);
+    header->setSortIndicatorShown(true);
+    header->setSortIndicator(m_sortColumn, m_sortOrder);
+    header->setSectionResizeMode(0, QHeaderView::Fixed);
+    header->setSectionResizeMode(1, QHeaderView::Stretch);
+    header->setSectionResizeMode(2, QHeaderView::Fixed);
+    header->setSectionResizeMode(3, QHeaderView::Fixed);
+    header->setSectionResizeMode(4, QHeaderView::Fixed);
+    m_fileTable->setColumnWidth(0, 28);
+    m_fileTable->setColumnWidth(2, 110);
+    m_fileTable->setColumnWidth(3, 70);
+    m_fileTable->setColumnWidth(4, 140);
+    m_fileTable->setStyleSheet(QString::fromLatin1(FileTableStyle));
+    layout->addWidget(m_fileTable);
+
+    setCentralWidget(central);
+}
+
+void MainWindow::buildStatusBar()
+{
+    auto* containerBox = new QWidget(this);
+    containerBox->setFixedWidth(180);
+    auto* boxLayout = new QHBoxLayout(containerBox);
+    boxLayout->setContentsMargins(0, 0, 0, 0);
+    boxLayout->setSpacing(0);
+    auto* separator = new QFrame(containerBox);
+    separator->setFrameShape(QFrame::VLine);
+    separator->setFixedWidth(1);
+    separator->setStyleSheet(QStringLiteral("QFrame { background-color: #c8c8c8; }"));
+    m_containerLabel = new QLabel(tr("Container: nenhum"), containerBox);
+    m_containerLabel->setAlignment(Qt::AlignCenter);
+    m_containerLabel->setStyleSheet(QString::fromLatin1(SmallLabelStyle));
+    boxLayout->addWidget(separator);
+    boxLayout->addWidget(m_containerLabel, 1);
+
+    m_versionLabel = statusField(QString(), 180, SmallLabelStyle);
+    m_dateLabel = statusField(QDate::currentDate().toString(QStringLiteral("dd/MM/yyyy")), 78,
+                              "QLabel { font-size: 11px; }");
+    m_vaultBadge = statusField(tr("COFRE"), 50, LockedBadgeStyle);
+
+    statusBar()->addPermanentWidget(containerBox);
+    statusBar()->addPermanentWidget(m_versionLabel);
+    statusBar()->addPermanentWidget(m_dateLabel);
+    statusBar()->addPermanentWidget(m_vaultBadge);
+    refreshVersionLabel();
+}
+
+void MainWindow::fixWindowSize()
+{
+    adjustSize();
+    setFixedSize(sizeHint());
+}
+
+void MainWindow::updateActionStates()
+{
+    const bool unlocked = m_vault.isUnlocked();
+    const bool hasContainer = !m_containerPath.isEmpty();
+    const bool fileSelected = !selectedFilePath().isEmpty();
+    const bool folderSelected = isFolderSelected();
+    const bool vaultHasFolder = unlocked && !m_vault.index().directories().isEmpty();
+
+    m_actions.refreshDevices->setEnabled(!unlocked);
+    m_actions.chooseContainer->setEnabled(!unlocked);
+    m_actions.createVault->setEnabled(!unlocked);
+    m_actions.backup->setEnabled(hasContainer && !unlocked);
+    m_actions.changePassword->setEnabled(hasContainer && !unlocked);
+    m_actions.unlock->setEnabled(hasContainer && !unlocked);
+    m_actions.lock->setEnabled(unlocked);
+    m_actions.newFolder->setEnabled(unlocked);
+    m_actions.importFiles->setEnabled(unlocked);
+    m_actions.compact->setEnabled(unlocked);
+    m_actions.renameFolder->setEnabled(unlocked && folderSelected);
+    m_actions.deleteFolder->setEnabled(unlocked && folderSelected);
+    m_actions.exportFile->setEnabled(unlocked && fileSelected);
+    m_actions.openFile->setEnabled(unlocked && fileSelected);
+    m_actions.renameFile->setEnabled(unlocked && fileSelected);
+    m_actions.deleteFile->setEnabled(unlocked && fileSelected);
+    m_actions.moveFile->setEnabled(unlocked && fileSelected && vaultHasFolder);
+
+    updateLockButton();
+    refreshVersionLabel();
+    updateContainerStatus();
+    updateVaultStatusLabel();
+}
+
+void MainWindow::updateLockButton()
+{
+    const QSignalBlocker blocker(m_lockButton);
+    const bool unlocked = m_vault.isUnlocked();
+    const bool enabled = unlocked ? m_actions.lock->isEnabled() : m_actions.unlock->isEnabled();
+    m_lockButton->setEnabled(enabled);
+    m_lockButton->setChecked(unlocked);
+    m_lockButton->setIcon(PadlockIcon::create(unlocked, enabled));
+    if (unlocked) {
+        m_lockButton->setToolTip(tr("Bloquear cofre"));
+    } else if (enabled) {
+        m_lockButton->setToolTip(tr("Desbloquear cofre"));
+    } else {
+        m_lockButton->setToolTip(tr("Selecione um container para desbloquear o cofre."));
+    }
+}
+
+void MainWindow::refreshVersionLabel()
+{
+    m_versionLabel->setText(tr("Versão %1").arg(QString::fromLatin1(ProductVersion)));
+}
+
+void MainWindow::updateContainerStatus()
+{
+    QString name = tr("nenhum");
+    if (!m_containerPath.isEmpty()) {
+        name = QFileInfo(m_containerPath).fileName();
+        // The usual container reads as the product's name rather than as a file name.
+        if (name.compare(QStringLiteral("velmarin.vltx"), Qt::CaseInsensitive) == 0) {
+            name = QStringLiteral("Velmarin");
+        }
+    }
+    const QString text = tr("Container: %1").arg(name);
+    m_containerLabel->setText(
+        m_containerLabel->fontMetrics().elidedText(text, Qt::ElideMiddle, m_containerLabel->width() - 8));
+    m_containerLabel->setToolTip(text);
+
+    m_vaultBadge->setText(tr("COFRE"));
+    m_vaultBadge->setStyleSheet(
+        QString::fromLatin1(m_vault.isUnlocked() ? UnlockedBadgeStyle : LockedBadgeStyle));
+}
+
+void MainWindow::updateVaultStatusLabel()
+{
+    if (!m_vault.isUnlocked()) {
+        m_vaultStatusLabel->setText(tr("Nenhum cofre em uso (aberto)"));
+        return;
+    }
+    const qsizetype count = m_vault.index().files().size();
+    QString files;
+    if (count == 0) {
+        files = tr("O cofre está vazio.");
+    } else if (count == 1) {
+        files = tr("1 arquivo no cofre.");
+    } else {
+        files = tr("%1 arquivos no cofre.").arg(count);
+    }
+    const QString folder = m_currentFolder.isEmpty() ? tr("Raiz") : m_currentFolder;
+    m_vaultStatusLabel->setText(tr("Arquivos protegidos | Pasta: %1 | %2").arg(folder, files));
+}
+
+void MainWindow::onLockButtonClicked()
+{
+    if (m_vault.isUnlocked()) {
+        if (m_actions.lock->isEnabled()) {
+            lockVault();
+        }
+    } else if (m_actions.unlock->isEnabled()) {
+        unlockVault();
+    }
+    // The button is checkable; its checked state follows the vault, not the click.
+    updateLockButton();
+}
+
+void MainWindow::showOutcome(const QString& text)
+{
+    statusBar()->showMessage(text, OutcomeTimeoutMs);
+}
+
+void MainWindow::resetToRoot()
+{
+    m_currentFolder.clear();
+    refreshFileTable();
+    updateActionStates();
+}
+
+void MainWindow::closeEvent(QCloseEvent* event)
+{
+    if (m_vault.isUnlocked() && !m_vault.lock()) {
+        MessageBoxes::warning(this, tr("Velmarin"), tr("Não foi possível bloquear o cofre."));
+        event->ignore();
+        // A lock that failed only at cleaning the workspace did lock: show what is true now.
+        refreshFileTable();
+        updateActionStates();
+        return;
+    }
+    event->accept();
+}
+
+} // namespace Velmarin::UI

@@ -1,0 +1,168 @@
+#pragma once
+
+#include "FileTypeIcons.h"
+#include "MainWindowServices.h"
+#include "VaultManager.h"
+
+#include <QMainWindow>
+#include <QString>
+
+class QAction;
+class QCloseEvent;
+class QLabel;
+class QListWidget;
+class QListWidgetItem;
+class QMenu;
+class QPoint;
+class QTableWidget;
+class QTableWidgetItem;
+class QToolButton;
+
+namespace Velmarin::UI {
+
+// The program's only window. Its state is the selected container, the folder shown and the vault's
+// session; every action's enabled flag is a pure function of these and of the table's selection.
+// The implementation is split by concern: layout and state (MainWindow.cpp), menus
+// (MainWindowMenus.cpp), devices (MainWindowDevices.cpp), the file table (MainWindowFileTable.cpp),
+// vault actions (MainWindowVaultActions.cpp) and file actions (MainWindowFileActions.cpp).
+class MainWindow : public QMainWindow
+{
+    Q_OBJECT
+
+public:
+    // Row kinds carried by the file table's items in Qt::UserRole + 1.
+    enum RowKind
+    {
+        FileRow = 0,
+        FolderRow = 1,
+        ParentRow = 2
+    };
+
+    explicit MainWindow(QWidget* parent = nullptr);
+    explicit MainWindow(MainWindowServices services, QWidget* parent = nullptr);
+    ~MainWindow() override;
+
+    QString containerPath() const { return m_containerPath; }
+    QString currentFolder() const { return m_currentFolder; }
+    bool isVaultUnlocked() const { return m_vault.isUnlocked(); }
+
+    QString selectedFilePath() const;
+    QString selectedFolderPath() const;
+    bool isFolderSelected() const;
+    bool isNavigationRowSelected() const;
+
+public Q_SLOTS:
+    void updateActionStates();
+    void updateLockButton();
+    void updateContainerStatus();
+    void updateVaultStatusLabel();
+    void refreshDeviceList();
+    void highlightDeviceForContainer(const QString& containerPath);
+    void refreshFileTable();
+
+    void discoverContainer(QListWidgetItem* item);
+    void chooseContainer();
+    void createVault();
+    void unlockVault();
+    void lockVault();
+    void backupContainer();
+    void changePassword();
+    void compactVault();
+
+    void importFiles();
+    void exportFile();
+    void openFile();
+    void moveFile();
+    void renameFile();
+    void renameFolder();
+    void createFolder();
+    void deleteFolder();
+    void deleteFile();
+
+protected:
+    void closeEvent(QCloseEvent* event) override;
+
+private:
+    struct Actions
+    {
+        QAction* quit = nullptr;
+        QAction* refreshDevices = nullptr;
+        QAction* chooseContainer = nullptr;
+        QAction* createVault = nullptr;
+        QAction* backup = nullptr;
+        QAction* changePassword = nullptr;
+        QAction* unlock = nullptr;
+        QAction* lock = nullptr;
+        QAction* newFolder = nullptr;
+        QAction* importFiles = nullptr;
+        QAction* exportFile = nullptr;
+        QAction* openFile = nullptr;
+        QAction* moveFile = nullptr;
+        QAction* renameFile = nullptr;
+        QAction* renameFolder = nullptr;
+        QAction* deleteFolder = nullptr;
+        QAction* deleteFile = nullptr;
+        QAction* compact = nullptr;
+        QAction* help = nullptr;
+        QAction* visitProductPage = nullptr;
+        QAction* about = nullptr;
+    };
+
+    // Layout and state (MainWindow.cpp).
+    void buildCentralWidget();
+    void buildStatusBar();
+    void fixWindowSize();
+    void refreshVersionLabel();
+    void onLockButtonClicked();
+    void showOutcome(const QString& text);
+    void resetToRoot();
+
+    // Menus (MainWindowMenus.cpp).
+    void createActions();
+    void buildMenus();
+    void connectSignals();
+    void showHelp();
+    void showAbout();
+    void visitProductPage();
+
+    // File table (MainWindowFileTable.cpp).
+    int currentRowKind() const;
+    QString currentRowPath() const;
+    void addTableRow(RowKind kind, const QString& path, const QString& name, const QString& size,
+                     const QString& type, const QDateTime& modified);
+    void onHeaderClicked(int column);
+    void onTableItemDoubleClicked(QTableWidgetItem* item);
+    void showTableContextMenu(const QPoint& position);
+    void onDeviceItemChanged();
+
+    // Vault actions (MainWindowVaultActions.cpp).
+    bool requireSelectedContainer();
+
+    // File actions (MainWindowFileActions.cpp).
+    bool confirmImportSpace(const QStringList& files);
+    bool entryExists(const QString& path) const;
+    void renameEntry(bool folder);
+
+    Core::VaultManager m_vault;
+    QString m_containerPath;
+    QString m_currentFolder;
+    QListWidget* m_deviceList = nullptr;
+    QTableWidget* m_fileTable = nullptr;
+    QLabel* m_vaultStatusLabel = nullptr;
+    QLabel* m_containerLabel = nullptr;
+    QLabel* m_versionLabel = nullptr;
+    QLabel* m_dateLabel = nullptr;
+    QLabel* m_vaultBadge = nullptr;
+    QToolButton* m_lockButton = nullptr;
+    Actions m_actions;
+
+    std::unique_ptr<Platform::DeviceManager> m_deviceManager;
+    std::unique_ptr<FileDialogs> m_fileDialogs;
+    std::unique_ptr<StorageProbe> m_storage;
+    std::unique_ptr<UrlOpener> m_urlOpener;
+    FileTypeIcons m_typeIcons;
+    int m_sortColumn = 1;
+    Qt::SortOrder m_sortOrder = Qt::AscendingOrder;
+};
+
+} // namespace Velmarin::UI

@@ -1,0 +1,342 @@
+// Actions on the entries of the unlocked vault: import, export, open, move, rename, new folder
+// and the two deletes. Each checks, asks, calls the engine once, then refreshes and reports.
+#include "DisplayFormat.h"
+#include "EntryNames.h"
+#include "MainWindow.h"
+#include "MessageBoxes.h"
+#include "MoveFileDialog.h"
+#include "ProgressDialogs.h"
+#include "VaultPath.h"
+
+#include <QFileInfo>
+#include <QInputDialog>
+#include <QProgressDialog>
+#include <QUrl>
+
+namespace Velmarin::UI {
+
+namespace {
+
+// Room kept free beyond the files themselves: one block in flight and the header's growth.
+constexpr qint64 ImportReserve = 16 * 1024 * 1024;
+// Below this much left over, the user is asked before the drive is nearly filled.
+constexpr qint64 ComfortableRemainder = 128 * 1024 * 1024;
+
+} // namespace
+
+void MainWindow::importFiles()
+{
+    const QStringList files =
+        m_fileDialogs->openFileNames(this, tr("Importar arquivos para o cofre"), QString(), QString());
+    if (files.isEmpty() || !confirmImportSpace(files)) {
+        return;
+    }
+
+    const QString speedNote = tr("A velocidade depende da taxa de leitura e escrita da unidade USB.\n"
+                                 "Dispositivos USB 3 ou superiores tendem a ser mais rápidos.");
+    const auto progress = ProgressDialogs::open(
+        this, tr("Importar arquivos"), tr("Importando arquivos para o cofre...\n\n%1").arg(speedNote));
+    const Core::ProgressCallback adapter = ProgressDialogs::importAdapter(progress.get(), speedNote);
+
+    int imported = 0;
+    for (const QString& file : files) {
+        const QString vaultPath = joinEntryPath(m_currentFolder, QFileInfo(file).fileName());
+        progress->setValue(0);
+        progress->setLabelText(tr("Importando %1...\n\n%2").arg(Core::vaultFileName(vaultPath), speedNote));
+        QCoreApplication::processEvents();
+
+        if (m_vault.fileExists(vaultPath) &&
+            !MessageBoxes::askYesNo(
+                this, tr("Substituir arquivo"),
+                tr("%1 já existe no cofre. Deseja substituir o arquivo protegido?").arg(vaultPath))) {
+            continue;
+        }
+        if (m_vault.importFile(file, vaultPath, adapter)) {
+            ++imported;
+        } else {
+            MessageBoxes::warning(this, tr("Velmarin"),
+                                  tr("Não foi possível importar %1.").arg(QFileInfo(file).fileName()));
+        }
+    }
+    progress->setValue(progress->maximum());
+    progress->close();
+    refreshFileTable();
+    refreshDeviceList();
+
+    // The count is shown even when it is 0, so the user always sees how many went in.
+    showOutcome(imported == 1 ? tr("Arquivo importado com sucesso.")
+                              : tr("%1 arquivos importados com sucesso.").arg(imported));
+}
+
+bool MainWindow::confirmImportSpace(const QStringList& files)
+{
+    const QString title = tr("Importar arquivos");
+    qint64 total = 0;
+    for (const QString& file : files) {
+        const QFileInfo info(file);
+        if (!info.exists()) {
+            MessageBoxes::warning(nullptr, title,
+                                  tr("O arquivo %1 não está disponível para importação.").arg(file));
+            return false;
+        }
+        total += info.size();
+    }
+
+    const std::optional<qint64> available =
+        m_storage->bytesAvailable(QFileInfo(m_containerPath).absolutePath());
+    if (!available) {
+        MessageBoxes::warning(nullptr, title,
+                              tr("Não foi possível verificar o espaço livre da unidade do container."));
+        return false;
+    }
+    const qint64 required = ImportReserve + static_cast<qint64>(1.05 * static_cast<double>(total));
+    if (required > *available) {
+        MessageBoxes::warning(
+            nullptr, tr("Espaço insuficiente"),
+            tr("Não há espaço livre suficiente na unidade do container.\n\nArquivos "
+               "selecionados: %1\nEspaço livre disponível: %2\n\nLibere espaço na unidade USB "
+               "ou selecione arquivos menores.")
+                .arg(formatDataSize(total), formatDataSize(*available)));
+        return false;
+    }
+    const qint64 remaining = *available - required;
+    if (remaining >= ComfortableRemainder) {
+        return true;
+    }
+    return MessageBoxes::askYesNo(
+        this, tr("Espaço livre reduzido"),
+        tr("A importação deixará pouco espaço livre na unidade do container.\n\n"
+           "Arquivos selecionados: %1\nEspaço livre restante estimado: %2\n\nDeseja "
+           "continuar?")
+            .arg(formatDataSize(total), formatDataSize(remaining)));
+}
+
+void MainWindow::exportFile()
+{
+    const QString path = selectedFilePath();
+    if (path.isEmpty()) {
+        return;
+    }
+    if (!MessageBoxes::askContinue(
+            this, tr("Exportar arquivo"),
+            tr("Exportar %1 criará uma cópia descriptografada fora do cofre. Alterações "
+               "feitas nessa cópia não voltam automaticamente para o Velmarin.")
+                .arg(path))) {
+        return;
+    }
+    const QString destination =
+        m_fileDialogs->saveFileName(this, tr("Exportar arquivo"), Core::vaultFileName(path), QString());
+    if (destination.isEmpty()) {
+        return;
+    }
+    if (m_vault.exportFile(path, destination)) {
+        showOutcome(tr("Arquivo exportado com sucesso."));
+        return;
+    }
+    MessageBoxes::warning(this, tr("Velmarin"), tr("Não foi possível exportar o arquivo."));
+    showOutcome(tr("Falha ao exportar o arquivo."));
+}
+
+void MainWindow::openFile()
+{
+    const QString path = selectedFilePath();
+    if (path.isEmpty()) {
+        return;
+    }
+    QString workingPath;
+    if (!m_vault.openForEdit(path, &workingPath)) {
+        MessageBoxes::warning(this, tr("Velmarin"), tr("Não foi possível preparar o arquivo para edição."));
+        return;
+    }
+    if (m_urlOpener->openUrl(QUrl::fromLocalFile(workingPath))) {
+        showOutcome(tr("Arquivo aberto para edição."));
+        return;
+    }
+    MessageBoxes::warning(this, tr("Velmarin"), tr("Não foi possível abrir o arquivo no aplicativo padrão."));
+    showOutcome(tr("Falha ao abrir o arquivo."));
+}
+
+void MainWindow::moveFile()
+{
+    const QString path = selectedFilePath();
+    if (path.isEmpty()) {
+        return;
+    }
+    const QString title = tr("Mover arquivo");
+    const QString ownFolder = Core::parentVaultPath(path);
+    QList<QPair<QString, QString>> destinations;
+    if (!ownFolder.isEmpty()) {
+        destinations.append({tr("Raiz"), QString()});
+    }
+    QList<Core::DirectoryEntry> folders = m_vault.index().directories();
+    std::sort(folders.begin(), folders.end(),
+              [](const Core::DirectoryEntry& a, const Core::DirectoryEntry& b) {
+                  return a.path.compare(b.path, Qt::CaseInsensitive) < 0;
+              });
+    for (const Core::DirectoryEntry& folder : folders) {
+        if (!Core::isSameVaultPath(folder.path, ownFolder)) {
+            destinations.append({folder.path, folder.path});
+        }
+    }
+    if (destinations.isEmpty()) {
+        MessageBoxes::warning(this, title, tr("Não há outra pasta disponível para receber este arquivo."));
+        return;
+    }
+
+    const QString name = Core::vaultFileName(path);
+    MoveFileDialog dialog(name, destinations, this);
+    if (dialog.exec() != QDialog::Accepted) {
+        return;
+    }
+    const QString folder = dialog.chosenFolder();
+    if (entryExists(joinEntryPath(folder, name))) {
+        MessageBoxes::warning(this, title, tr("Já existe um item com esse nome na pasta de destino."));
+        return;
+    }
+    if (!m_vault.moveFile(path, folder)) {
+        MessageBoxes::warning(
+            this, title,
+            tr("Não foi possível mover o arquivo. Feche o arquivo se ele estiver aberto e tente novamente."));
+        return;
+    }
+    refreshFileTable();
+    updateActionStates();
+    showOutcome(tr("Arquivo movido."));
+}
+
+void MainWindow::renameFile()
+{
+    renameEntry(false);
+}
+
+void MainWindow::renameFolder()
+{
+    renameEntry(true);
+}
+
+void MainWindow::renameEntry(bool folder)
+{
+    if (folder && isNavigationRowSelected()) {
+        return;
+    }
+    const QString oldPath = folder ? selectedFolderPath() : selectedFilePath();
+    if (oldPath.isEmpty()) {
+        return;
+    }
+    const QString title = folder ? tr("Renomear pasta") : tr("Renomear arquivo");
+    const QString currentName = Core::vaultFileName(oldPath);
+    bool accepted = false;
+    const QString typed =
+        QInputDialog::getText(this, title, tr("Novo nome:"), QLineEdit::Normal, currentName, &accepted);
+    const QString name = typed.trimmed();
+    if (!accepted || name.isEmpty() || name == currentName) {
+        return;
+    }
+    if (!isValidEntryName(name)) {
+        MessageBoxes::warning(this, title,
+                              folder
+                                  ? tr("Use um nome de pasta simples, sem barras, pontos isolados ou caminho "
+                                       "relativo.")
+                                  : tr("Use um nome de arquivo simples, sem barras, pontos isolados ou "
+                                       "caminho relativo."));
+        return;
+    }
+    const QString newPath = joinEntryPath(Core::parentVaultPath(oldPath), name);
+    if (entryExists(newPath)) {
+        MessageBoxes::warning(this, title, tr("Já existe um item com esse nome nesta pasta."));
+        return;
+    }
+    const bool renamed =
+        folder ? m_vault.renameFolder(oldPath, newPath) : m_vault.renameFile(oldPath, newPath);
+    if (!renamed) {
+        MessageBoxes::warning(
+            this, title,
+            folder ? tr("Não foi possível renomear a pasta. Feche arquivos abertos dentro dela "
+                        "e tente novamente.")
+                   : tr("Não foi possível renomear o arquivo. Feche o arquivo se ele estiver "
+                        "aberto e tente novamente."));
+        return;
+    }
+    refreshFileTable();
+    updateActionStates();
+    showOutcome(folder ? tr("Pasta renomeada.") : tr("Arquivo renomeado."));
+}
+
+void MainWindow::createFolder()
+{
+    const QString title = tr("Nova pasta");
+    bool accepted = false;
+    const QString name =
+        QInputDialog::getText(this, title, tr("Nome da pasta:"), QLineEdit::Normal, QString(), &accepted)
+            .trimmed();
+    if (!accepted || name.isEmpty()) {
+        return;
+    }
+    if (!isValidEntryName(name)) {
+        MessageBoxes::warning(
+            this, title,
+            tr("Use um nome de pasta simples, sem barras, pontos isolados ou caminho relativo."));
+        return;
+    }
+    const QString path = joinEntryPath(m_currentFolder, name);
+    if (entryExists(path)) {
+        MessageBoxes::warning(this, title, tr("Já existe um item com esse nome nesta pasta."));
+        return;
+    }
+    if (!m_vault.createFolder(path)) {
+        MessageBoxes::warning(this, title, tr("Não foi possível criar a pasta."));
+        return;
+    }
+    refreshFileTable();
+    updateActionStates();
+    showOutcome(tr("Pasta criada."));
+}
+
+void MainWindow::deleteFolder()
+{
+    const QString path = selectedFolderPath();
+    if (path.isEmpty() || isNavigationRowSelected()) {
+        return;
+    }
+    if (!MessageBoxes::askYesNo(this, tr("Excluir pasta"), tr("Excluir a pasta vazia %1?").arg(path))) {
+        return;
+    }
+    if (!m_vault.deleteEmptyFolder(path)) {
+        MessageBoxes::warning(this, tr("Excluir pasta"),
+                              tr("A pasta não está vazia ou não pode ser excluída."));
+        return;
+    }
+    refreshFileTable();
+    updateActionStates();
+    showOutcome(tr("Pasta excluída."));
+}
+
+void MainWindow::deleteFile()
+{
+    const QString path = selectedFilePath();
+    if (path.isEmpty()) {
+        return;
+    }
+    if (!MessageBoxes::askYesNo(
+            this, tr("Excluir arquivo"),
+            tr("Excluir %1 removerá o arquivo da lista do cofre.\n\nOs dados físicos só serão "
+               "liberados do container após executar Compactar cofre.")
+                .arg(path))) {
+        return;
+    }
+    if (!m_vault.deleteFile(path)) {
+        MessageBoxes::warning(this, tr("Velmarin"), tr("Não foi possível excluir o arquivo do cofre."));
+        showOutcome(tr("Falha ao excluir o arquivo."));
+        return;
+    }
+    refreshFileTable();
+    updateActionStates();
+    showOutcome(tr("Arquivo excluído do cofre."));
+}
+
+bool MainWindow::entryExists(const QString& path) const
+{
+    return m_vault.fileExists(path) || m_vault.directoryExists(path);
+}
+
+} // namespace Velmarin::UI

@@ -1,0 +1,250 @@
+// Actions on the vault as a whole: choosing, creating, unlocking and locking a container, backing
+// it up, changing its password and compacting it.
+#include "ChangePasswordDialog.h"
+#include "ContainerBackup.h"
+#include "MainWindow.h"
+#include "MessageBoxes.h"
+#include "PasswordPrompt.h"
+#include "ProgressDialogs.h"
+#include "SecretText.h"
+
+#include <QDateTime>
+#include <QDir>
+#include <QFileInfo>
+#include <QListWidget>
+#include <QProgressDialog>
+
+namespace Velmarin::UI {
+
+namespace {
+
+QString containerFilter()
+{
+    return QCoreApplication::translate("Velmarin::UI::MainWindow",
+                                       "Velmarin Container (*.vltx);;Todos os arquivos (*.*)");
+}
+
+} // namespace
+
+void MainWindow::chooseContainer()
+{
+    const QListWidgetItem* current = m_deviceList->currentItem();
+    const QString startDirectory = current ? current->data(Qt::UserRole).toString() : QString();
+    const QString chosen = m_fileDialogs->openFileName(this, tr("Escolher container Velmarin"),
+                                                       startDirectory, containerFilter());
+    if (chosen.isEmpty()) {
+        return;
+    }
+    m_containerPath = chosen;
+    m_currentFolder.clear();
+    highlightDeviceForContainer(m_containerPath);
+    updateActionStates();
+    showOutcome(tr("Container selecionado."));
+}
+
+void MainWindow::createVault()
+{
+    const QListWidgetItem* current = m_deviceList->currentItem();
+    const QString root = current ? current->data(Qt::UserRole).toString() : QString();
+    const QString chosen =
+        m_fileDialogs->saveFileName(this, tr("Criar container Velmarin"),
+                                    QDir(root).filePath(QStringLiteral("velmarin.vltx")), containerFilter());
+    if (chosen.isEmpty()) {
+        return;
+    }
+
+    // A container lives at the root of the drive the user picked, so discovery finds it there.
+    const QFileInfo chosenInfo(chosen);
+    const bool atRoot =
+        !root.isEmpty() &&
+        QDir::cleanPath(chosenInfo.absolutePath()).compare(QDir::cleanPath(root), Qt::CaseInsensitive) == 0;
+    if (!atRoot || chosenInfo.suffix().compare(QStringLiteral("vltx"), Qt::CaseInsensitive) != 0) {
+        MessageBoxes::information(this, tr("Criar cofre"),
+                                  tr("O cofre deve ser criado como arquivo .vltx diretamente na raiz da "
+                                     "unidade USB selecionada."));
+        return;
+    }
+
+    QByteArray password = PasswordPrompt::askNew();
+    if (password.isEmpty()) {
+        return;
+    }
+    const bool created = m_vault.createVault(chosen, password);
+    SecretText::wipe(password);
+    if (!created) {
+        MessageBoxes::warning(this, tr("Velmarin"), tr("Não foi possível criar o cofre."));
+        return;
+    }
+    m_containerPath = chosen;
+    m_currentFolder.clear();
+    highlightDeviceForContainer(m_containerPath);
+    refreshFileTable();
+    updateActionStates();
+    showOutcome(tr("Cofre criado com sucesso."));
+}
+
+bool MainWindow::requireSelectedContainer()
+{
+    if (m_containerPath.isEmpty()) {
+        MessageBoxes::information(this, tr("Velmarin"), tr("Selecione um cofre primeiro."));
+        return false;
+    }
+    return true;
+}
+
+void MainWindow::unlockVault()
+{
+    if (!requireSelectedContainer()) {
+        return;
+    }
+    QByteArray password = PasswordPrompt::ask(tr("Senha do cofre"));
+    if (password.isEmpty()) {
+        return;
+    }
+    const bool unlocked = m_vault.unlock(m_containerPath, password);
+    SecretText::wipe(password);
+    if (!unlocked) {
+        MessageBoxes::warning(
+            this, tr("Velmarin"),
+            tr("Não foi possível desbloquear o cofre. Verifique a senha ou se o container foi alterado."));
+        return;
+    }
+    resetToRoot();
+    showOutcome(tr("Cofre desbloqueado."));
+}
+
+void MainWindow::lockVault()
+{
+    if (!m_vault.lock()) {
+        // The window counts the vault as locked all the same: the keys are gone either way.
+        MessageBoxes::warning(this, tr("Velmarin"), tr("Não foi possível limpar a área temporária."));
+    }
+    resetToRoot();
+    showOutcome(tr("Cofre bloqueado."));
+}
+
+void MainWindow::backupContainer()
+{
+    if (!requireSelectedContainer()) {
+        return;
+    }
+    const QString title = tr("Fazer backup");
+    if (m_vault.isUnlocked()) {
+        MessageBoxes::information(this, tr("Velmarin"), tr("Bloqueie o cofre antes de fazer o backup."));
+        return;
+    }
+    if (!QFileInfo(m_containerPath).isFile()) {
+        MessageBoxes::warning(this, title, tr("O arquivo do container não foi encontrado."));
+        return;
+    }
+    const QString proposed = QDir::home().filePath(
+        QStringLiteral("velmarin_backup_%1.vltx")
+            .arg(QDateTime::currentDateTime().toString(QStringLiteral("yyyy-MM-dd_HHmm"))));
+    const QString destination =
+        m_fileDialogs->saveFileName(this, tr("Fazer backup do container"), proposed, containerFilter());
+    if (destination.isEmpty()) {
+        return;
+    }
+    if (QFileInfo(destination).absoluteFilePath() == QFileInfo(m_containerPath).absoluteFilePath()) {
+        MessageBoxes::warning(this, title, tr("Escolha um destino diferente do container original."));
+        return;
+    }
+
+    Core::ContainerBackup backup(m_containerPath, destination);
+    if (!backup.openSource()) {
+        MessageBoxes::warning(this, title, tr("Não foi possível abrir o container para backup."));
+        return;
+    }
+    if (!backup.openDestination()) {
+        MessageBoxes::warning(this, title, tr("Não foi possível criar o arquivo de backup."));
+        return;
+    }
+    const auto progress = ProgressDialogs::open(
+        this, title,
+        tr("Copiando backup criptografado...\n\nO backup permanece protegido pela senha do cofre."));
+    const bool copied = backup.copy(ProgressDialogs::backupAdapter(progress.get()));
+    progress->setValue(progress->maximum());
+    progress->close();
+
+    if (!copied) {
+        MessageBoxes::warning(this, title, tr("Não foi possível concluir o backup."));
+        showOutcome(tr("Falha ao fazer backup do container."));
+        return;
+    }
+    showOutcome(tr("Backup do container concluído."));
+    MessageBoxes::information(
+        this, title,
+        tr("Backup concluído com sucesso.\n\nO arquivo de backup é uma cópia criptografada "
+           "do container e permanece protegido pela senha do cofre."));
+}
+
+void MainWindow::changePassword()
+{
+    if (!requireSelectedContainer()) {
+        return;
+    }
+    if (m_vault.isUnlocked()) {
+        MessageBoxes::information(this, tr("Velmarin"), tr("Bloqueie o cofre antes de alterar a senha."));
+        return;
+    }
+    ChangePasswordDialog dialog(this);
+    if (dialog.exec() != QDialog::Accepted) {
+        return;
+    }
+    QByteArray current = dialog.currentPassword();
+    QByteArray replacement = dialog.newPassword();
+    dialog.clearPasswords();
+    const bool changed = m_vault.changePassword(m_containerPath, current, replacement);
+    SecretText::wipe(current);
+    SecretText::wipe(replacement);
+    if (!changed) {
+        MessageBoxes::warning(
+            this, tr("Velmarin"),
+            tr("Não foi possível alterar a senha. Verifique a senha atual e tente novamente."));
+        showOutcome(tr("Falha ao alterar a senha."));
+        return;
+    }
+    showOutcome(tr("Senha alterada com sucesso."));
+    MessageBoxes::information(this, tr("Velmarin"), tr("Senha alterada com sucesso."));
+}
+
+void MainWindow::compactVault()
+{
+    const QString title = tr("Compactar cofre");
+    if (!MessageBoxes::askYesNo(
+            this, title,
+            tr("A compactação reconstruirá o container removendo fisicamente dados de arquivos já "
+               "excluídos.\n\nDurante a operação, será criado temporariamente um container criptografado no "
+               "disco local. Nenhum arquivo descriptografado será gravado fora do cofre.\n\nDeseja "
+               "continuar?"))) {
+        return;
+    }
+    const auto progress = ProgressDialogs::open(this, title,
+                                                tr("Compactando o cofre...\n\nSerá criado temporariamente um "
+                                                   "container criptografado no disco local."));
+    QString preservedPath;
+    const bool compacted =
+        m_vault.compactVault(ProgressDialogs::compactionAdapter(progress.get()), &preservedPath);
+    progress->setValue(progress->maximum());
+    progress->close();
+
+    if (!compacted) {
+        if (preservedPath.isEmpty()) {
+            MessageBoxes::warning(this, title, tr("Não foi possível compactar o cofre."));
+        } else {
+            MessageBoxes::warning(this, title,
+                                  tr("Não foi possível substituir o container no USB.\n\nUm container "
+                                     "compactado criptografado foi preservado em:\n%1")
+                                      .arg(preservedPath));
+        }
+        showOutcome(tr("Falha ao compactar o cofre."));
+        return;
+    }
+    refreshFileTable();
+    refreshDeviceList();
+    updateActionStates();
+    showOutcome(tr("Cofre compactado com sucesso."));
+    MessageBoxes::information(this, title, tr("Cofre compactado com sucesso."));
+}
+
+} // namespace Velmarin::UI

@@ -1,0 +1,29 @@
+#pragma once
+
+#include <QCoreApplication>
+#include <QString>
+
+class QWidget;
+
+namespace Velmarin::UI {
+
+// The window's message boxes. Every question defaults to its safe answer, and closing the box
+// counts as that answer, so a stray Enter or Esc never deletes or overwrites anything.
+class MessageBoxes
+{
+    Q_DECLARE_TR_FUNCTIONS(MessageBoxes)
+
+public:
+    static void information(QWidget* parent, const QString& title, const QString& text);
+    static void warning(QWidget* parent, const QString& title, const QString& text);
+    // "Sim" / "Não"; true only for "Sim".
+    static bool askYesNo(QWidget* parent, const QString& title, const QString& text);
+    // "Continuar" / "Cancelar"; true only for "Continuar".
+    static bool askContinue(QWidget* parent, const QString& title, const QString& text);
+
+private:
+    static bool ask(QWidget* parent, const QString& title, const QString& text, const QString& accept,
+                    const QString& reject);
+};
+
+} // namespace Velmarin::UI

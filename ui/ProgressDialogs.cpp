@@ -1,0 +1,78 @@
+#include "ProgressDialogs.h"
+
+#include "DisplayFormat.h"
+
+#include <QCoreApplication>
+#include <QProgressDialog>
+
+namespace Velmarin::UI {
+
+namespace {
+
+constexpr int Maximum = 1000;
+
+QString tr(const char* text)
+{
+    return QCoreApplication::translate("Velmarin::UI::MainWindow", text);
+}
+
+} // namespace
+
+std::unique_ptr<QProgressDialog> ProgressDialogs::open(QWidget* parent, const QString& title,
+                                                       const QString& label)
+{
+    auto dialog = std::make_unique<QProgressDialog>(parent);
+    dialog->setWindowTitle(title);
+    dialog->setLabelText(label);
+    dialog->setCancelButton(nullptr);
+    dialog->setRange(0, Maximum);
+    dialog->setWindowModality(Qt::ApplicationModal);
+    dialog->setMinimumDuration(0);
+    dialog->setAutoClose(false);
+    dialog->setAutoReset(false);
+    dialog->setValue(0);
+    dialog->show();
+    QCoreApplication::processEvents();
+    return dialog;
+}
+
+int ProgressDialogs::compactionValue(qint64 done, qint64 total)
+{
+    return total >= 1 ? static_cast<int>(done * Maximum / total) : Maximum;
+}
+
+int ProgressDialogs::importValue(qint64 done, qint64 total)
+{
+    return total >= 1 ? static_cast<int>(done * Maximum / total) : 0;
+}
+
+Core::ProgressCallback ProgressDialogs::compactionAdapter(QProgressDialog* dialog)
+{
+    return [dialog](qint64 done, qint64 total, const QString& label) {
+        dialog->setValue(compactionValue(done, total));
+        dialog->setLabelText(tr("%1...\n%2 de %3").arg(label, formatDataSize(done), formatDataSize(total)));
+        QCoreApplication::processEvents();
+    };
+}
+
+Core::ProgressCallback ProgressDialogs::importAdapter(QProgressDialog* dialog, const QString& speedNote)
+{
+    return [dialog, speedNote](qint64 done, qint64 total, const QString& label) {
+        dialog->setValue(importValue(done, total));
+        dialog->setLabelText(tr("Importando %1...\n%2 de %3\n\n%4")
+                                 .arg(label, formatDataSize(done), formatDataSize(total), speedNote));
+        QCoreApplication::processEvents();
+    };
+}
+
+std::function<void(qint64, qint64)> ProgressDialogs::backupAdapter(QProgressDialog* dialog)
+{
+    return [dialog](qint64 done, qint64 total) {
+        dialog->setValue(compactionValue(done, total));
+        dialog->setLabelText(tr("Copiando backup criptografado...\n%1 de %2")
+                                 .arg(formatDataSize(done), formatDataSize(total)));
+        QCoreApplication::processEvents();
+    };
+}
+
+} // namespace Velmarin::UI

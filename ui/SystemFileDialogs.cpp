@@ -1,0 +1,25 @@
+#include "SystemFileDialogs.h"
+
+#include <QFileDialog>
+
+namespace Velmarin::UI {
+
+QString SystemFileDialogs::openFileName(QWidget* parent, const QString& caption, const QString& directory,
+                                        const QString& filter)
+{
+    return QFileDialog::getOpenFileName(parent, caption, directory, filter);
+}
+
+QStringList SystemFileDialogs::openFileNames(QWidget* parent, const QString& caption,
+                                             const QString& directory, const QString& filter)
+{
+    return QFileDialog::getOpenFileNames(parent, caption, directory, filter);
+}
+
+QString SystemFileDialogs::saveFileName(QWidget* parent, const QString& caption, const QString& directory,
+                                        const QString& filter)
+{
+    return QFileDialog::getSaveFileName(parent, caption, directory, filter);
+}
+
+} // namespace Velmarin::UI

@@ -1,0 +1,13 @@
+#include "SystemUrlOpener.h"
+
+#include <QDesktopServices>
+#include <QUrl>
+
+namespace Velmarin::UI {
+
+bool SystemUrlOpener::openUrl(const QUrl& url)
+{
+    return QDesktopServices::openUrl(url);
+}
+
+} // namespace Velmarin::UI

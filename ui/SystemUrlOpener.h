@@ -1,0 +1,13 @@
+#pragma once
+
+#include "UrlOpener.h"
+
+namespace Velmarin::UI {
+
+class SystemUrlOpener : public UrlOpener
+{
+public:
+    bool openUrl(const QUrl& url) override;
+};
+
+} // namespace Velmarin::UI
