@@ -89,16 +89,19 @@ void MainWindow::buildCentralWidget()
     layout->addWidget(new QLabel(tr("Dispositivos USB"), central));
 
     m_deviceList = new QListWidget(central);
+    m_deviceList->setObjectName(QStringLiteral("deviceList"));
     const int rowHeight = m_deviceList->fontMetrics().height() + 8;
     const int listHeight = 3 * rowHeight + 2 * m_deviceList->frameWidth();
     m_deviceList->setFixedHeight(listHeight);
     m_deviceList->setVerticalScrollBarPolicy(Qt::ScrollBarAsNeeded);
 
     auto* iconLabel = new QLabel(central);
+    iconLabel->setObjectName(QStringLiteral("applicationIcon"));
     iconLabel->setPixmap(QIcon(QStringLiteral(":/icons/Velmarin.ico")).pixmap(listHeight, listHeight));
     iconLabel->setAlignment(Qt::AlignCenter);
 
     m_lockButton = new QToolButton(central);
+    m_lockButton->setObjectName(QStringLiteral("lockButton"));
     m_lockButton->setFixedSize(listHeight, listHeight);
     m_lockButton->setIconSize(QSize(48, 48));
     m_lockButton->setCheckable(true);
@@ -115,9 +118,11 @@ void MainWindow::buildCentralWidget()
     layout->addLayout(deviceRow);
 
     m_vaultStatusLabel = new QLabel(central);
+    m_vaultStatusLabel->setObjectName(QStringLiteral("vaultStatusLabel"));
     layout->addWidget(m_vaultStatusLabel);
 
     m_fileTable = new QTableWidget(0, 5, central);
+    m_fileTable->setObjectName(QStringLiteral("fileTable"));
     m_fileTable->setHorizontalHeaderLabels(
         {QString(), tr("Nome do arquivo"), tr("Tamanho"), tr("Tipo"), tr("Modificado em")});
     m_fileTable->setMinimumHeight(220);
@@ -155,6 +160,7 @@ void MainWindow::buildCentralWidget()
 void MainWindow::buildStatusBar()
 {
     auto* containerBox = new QWidget(this);
+    containerBox->setObjectName(QStringLiteral("containerBox"));
     containerBox->setFixedWidth(180);
     auto* boxLayout = new QHBoxLayout(containerBox);
     boxLayout->setContentsMargins(0, 0, 0, 0);
@@ -164,6 +170,7 @@ void MainWindow::buildStatusBar()
     separator->setFixedWidth(1);
     separator->setStyleSheet(QStringLiteral("QFrame { background-color: #c8c8c8; }"));
     m_containerLabel = new QLabel(tr("Container: nenhum"), containerBox);
+    m_containerLabel->setObjectName(QStringLiteral("containerLabel"));
     m_containerLabel->setAlignment(Qt::AlignCenter);
     m_containerLabel->setStyleSheet(QString::fromLatin1(SmallLabelStyle));
     boxLayout->addWidget(separator);
@@ -173,6 +180,9 @@ void MainWindow::buildStatusBar()
     m_dateLabel = statusField(QDate::currentDate().toString(QStringLiteral("dd/MM/yyyy")), 78,
                               "QLabel { font-size: 11px; }");
     m_vaultBadge = statusField(tr("COFRE"), 50, LockedBadgeStyle);
+    m_versionLabel->setObjectName(QStringLiteral("versionLabel"));
+    m_dateLabel->setObjectName(QStringLiteral("dateLabel"));
+    m_vaultBadge->setObjectName(QStringLiteral("vaultBadge"));
 
     statusBar()->addPermanentWidget(containerBox);
     statusBar()->addPermanentWidget(m_versionLabel);

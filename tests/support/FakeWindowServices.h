@@ -1,0 +1,86 @@
+#pragma once
+
+#include "MainWindowServices.h"
+
+#include <QList>
+#include <QStringList>
+#include <QUrl>
+
+#include <deque>
+#include <optional>
+
+namespace Velmarin::Tests {
+
+// A device manager that reports whatever the test put in devices.
+class FakeDeviceManager : public Platform::DeviceManager
+{
+public:
+    QList<Platform::UsbDevice> listDevices() override { return devices; }
+    QList<Platform::UsbDevice> devices;
+};
+
+// One picker call as the window made it.
+struct PickerCall
+{
+    QString kind; // "open", "openMany" or "save"
+    QString caption;
+    QString directory;
+    QString filter;
+};
+
+// File pickers answered from queues; an empty queue answers as a cancel.
+class FakeFileDialogs : public UI::FileDialogs
+{
+public:
+    QString openFileName(QWidget*, const QString& caption, const QString& directory,
+                         const QString& filter) override;
+    QStringList openFileNames(QWidget*, const QString& caption, const QString& directory,
+                              const QString& filter) override;
+    QString saveFileName(QWidget*, const QString& caption, const QString& directory,
+                         const QString& filter) override;
+
+    std::deque<QString> fileAnswers;
+    std::deque<QStringList> fileListAnswers;
+    QList<PickerCall> calls;
+};
+
+class FakeStorageProbe : public UI::StorageProbe
+{
+public:
+    std::optional<qint64> bytesAvailable(const QString& path) override
+    {
+        askedPaths.append(path);
+        return available;
+    }
+    std::optional<qint64> available = qint64(64) * 1024 * 1024 * 1024;
+    QStringList askedPaths;
+};
+
+class FakeUrlOpener : public UI::UrlOpener
+{
+public:
+    bool openUrl(const QUrl& url) override
+    {
+        opened.append(url);
+        return succeeds;
+    }
+    bool succeeds = true;
+    QList<QUrl> opened;
+};
+
+// Services for a window under test, with the fakes still reachable after the window took them.
+struct FakeWindowServices
+{
+    explicit FakeWindowServices(bool withDeviceManager = true, const QString& workspaceParent = QString());
+    UI::MainWindowServices take();
+
+    FakeDeviceManager* devices = nullptr;
+    FakeFileDialogs* dialogs = nullptr;
+    FakeStorageProbe* storage = nullptr;
+    FakeUrlOpener* urls = nullptr;
+
+private:
+    UI::MainWindowServices m_services;
+};
+
+} // namespace Velmarin::Tests

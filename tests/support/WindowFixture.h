@@ -1,0 +1,71 @@
+#pragma once
+
+#include "DialogDriver.h"
+#include "FakeWindowServices.h"
+#include "MainWindow.h"
+
+#include <QByteArray>
+#include <QString>
+#include <QStringList>
+#include <QTemporaryDir>
+
+#include <memory>
+
+class QAction;
+class QLabel;
+class QListWidget;
+class QTableWidget;
+class QToolButton;
+
+namespace Velmarin::Tests {
+
+// A real MainWindow on fake system services, with a drive folder "usb" that holds a copy of the
+// empty test vault, and a driver that answers the window's dialogs.
+class WindowFixture
+{
+public:
+    struct Entry
+    {
+        QString path;
+        QByteArray contents;
+    };
+
+    // Puts folders and files into the drive's vault before the window opens.
+    bool setUp(const QStringList& folders = {}, const QList<Entry>& files = {},
+               bool withDeviceManager = true);
+    void tearDown();
+
+    bool isSetUp() const { return m_window != nullptr; }
+    UI::MainWindow& window() { return *m_window; }
+    FakeWindowServices& fakes() { return *m_fakes; }
+    DialogDriver& driver() { return *m_driver; }
+
+    QString path(const QString& name) const { return m_dir->filePath(name); }
+    QString driveRoot() const { return m_dir->filePath(QStringLiteral("usb")); }
+    QString container() const { return m_dir->filePath(QStringLiteral("usb/velmarin.vltx")); }
+
+    QAction* action(const QString& text) const;
+    QTableWidget* table() const;
+    QListWidget* deviceList() const;
+    QToolButton* lockButton() const;
+    QLabel* label(const QString& objectName) const;
+
+    // Through "Escolher container..." with the picker answering path.
+    void chooseContainer(const QString& path);
+    // Chooses the drive's container when none is selected, then "Desbloquear" with the test password.
+    bool unlock();
+
+    // Column 1 texts from top to bottom.
+    QStringList names() const;
+    int rowOf(const QString& name) const;
+    bool selectRow(const QString& name);
+    bool doubleClickRow(const QString& name);
+
+private:
+    std::unique_ptr<QTemporaryDir> m_dir;
+    std::unique_ptr<FakeWindowServices> m_fakes;
+    std::unique_ptr<DialogDriver> m_driver;
+    std::unique_ptr<UI::MainWindow> m_window;
+};
+
+} // namespace Velmarin::Tests
