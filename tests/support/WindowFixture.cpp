@@ -5,6 +5,8 @@
 
 #include <QAction>
 #include <QDir>
+#include <QFile>
+#include <QHeaderView>
 #include <QLabel>
 #include <QListWidget>
 #include <QTableWidget>
@@ -30,10 +32,22 @@ bool WindowFixture::setUp(const QStringList& folders, const QList<Entry>& files,
             if (!vault.createFolder(folder)) {
                 return false;
             }
+            // Folders made one after another get distinct times, so sorting by time is meaningful.
+            QTest::qSleep(3);
         }
         const QString scratch = path(QStringLiteral("scratch"));
         for (const Entry& file : files) {
-            if (!TestFiles::write(scratch, file.contents) || !vault.importFile(scratch, file.path)) {
+            if (!TestFiles::write(scratch, file.contents)) {
+                return false;
+            }
+            if (file.modified.isValid()) {
+                QFile source(scratch);
+                if (!source.open(QIODevice::ReadWrite) ||
+                    !source.setFileTime(file.modified, QFileDevice::FileModificationTime)) {
+                    return false;
+                }
+            }
+            if (!vault.importFile(scratch, file.path)) {
                 return false;
             }
         }
@@ -141,6 +155,14 @@ bool WindowFixture::doubleClickRow(const QString& name)
     QTest::mouseClick(view->viewport(), Qt::LeftButton, {}, cell.center());
     QTest::mouseDClick(view->viewport(), Qt::LeftButton, {}, cell.center());
     return true;
+}
+
+void WindowFixture::clickHeader(int column)
+{
+    QHeaderView* header = table()->horizontalHeader();
+    const QPoint point(header->sectionViewportPosition(column) + header->sectionSize(column) / 2,
+                       header->height() / 2);
+    QTest::mouseClick(header->viewport(), Qt::LeftButton, {}, point);
 }
 
 } // namespace Velmarin::Tests

@@ -5,6 +5,7 @@
 #include "MainWindow.h"
 
 #include <QByteArray>
+#include <QDateTime>
 #include <QString>
 #include <QStringList>
 #include <QTemporaryDir>
@@ -28,6 +29,8 @@ public:
     {
         QString path;
         QByteArray contents;
+        // The source file's modification time, which the vault keeps; invalid for "now".
+        QDateTime modified = {};
     };
 
     // Puts folders and files into the drive's vault before the window opens.
@@ -60,6 +63,8 @@ public:
     int rowOf(const QString& name) const;
     bool selectRow(const QString& name);
     bool doubleClickRow(const QString& name);
+    // A real click on the header of column.
+    void clickHeader(int column);
 
 private:
     std::unique_ptr<QTemporaryDir> m_dir;
