@@ -129,6 +129,10 @@ QIcon FileTypeIcons::fileIcon(const QString& suffix)
                    ? provider().icon(QFileIconProvider::File)
                    : provider().icon(QFileInfo(QStringLiteral("velmarin-placeholder.%1").arg(suffix)));
     }
+    if (icon.isNull()) {
+        // A desktop without an icon for this type still gets a sheet of paper, not a blank cell.
+        icon = provider().icon(QFileIconProvider::File);
+    }
     m_fileIcons.insert(suffix, icon);
     return icon;
 }

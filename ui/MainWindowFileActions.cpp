@@ -9,7 +9,6 @@
 #include "VaultPath.h"
 
 #include <QFileInfo>
-#include <QInputDialog>
 #include <QProgressDialog>
 #include <QUrl>
 
@@ -226,8 +225,7 @@ void MainWindow::renameEntry(bool folder)
     const QString title = folder ? tr("Renomear pasta") : tr("Renomear arquivo");
     const QString currentName = Core::vaultFileName(oldPath);
     bool accepted = false;
-    const QString typed =
-        QInputDialog::getText(this, title, tr("Novo nome:"), QLineEdit::Normal, currentName, &accepted);
+    const QString typed = MessageBoxes::askText(this, title, tr("Novo nome:"), currentName, &accepted);
     const QString name = typed.trimmed();
     if (!accepted || name.isEmpty() || name == currentName) {
         return;
@@ -267,8 +265,7 @@ void MainWindow::createFolder()
     const QString title = tr("Nova pasta");
     bool accepted = false;
     const QString name =
-        QInputDialog::getText(this, title, tr("Nome da pasta:"), QLineEdit::Normal, QString(), &accepted)
-            .trimmed();
+        MessageBoxes::askText(this, title, tr("Nome da pasta:"), QString(), &accepted).trimmed();
     if (!accepted || name.isEmpty()) {
         return;
     }

@@ -1,5 +1,6 @@
 #include "MessageBoxes.h"
 
+#include <QInputDialog>
 #include <QLayout>
 #include <QMessageBox>
 #include <QPushButton>
@@ -24,6 +25,19 @@ bool MessageBoxes::askYesNo(QWidget* parent, const QString& title, const QString
 bool MessageBoxes::askContinue(QWidget* parent, const QString& title, const QString& text)
 {
     return ask(parent, title, text, tr("Continuar"), tr("Cancelar"));
+}
+
+QString MessageBoxes::askText(QWidget* parent, const QString& title, const QString& label,
+                              const QString& text, bool* accepted)
+{
+    QInputDialog dialog(parent);
+    dialog.setWindowTitle(title);
+    dialog.setLabelText(label);
+    dialog.setTextValue(text);
+    dialog.setOkButtonText(tr("OK"));
+    dialog.setCancelButtonText(tr("Cancelar"));
+    *accepted = dialog.exec() == QDialog::Accepted;
+    return *accepted ? dialog.textValue() : QString();
 }
 
 bool MessageBoxes::ask(QWidget* parent, const QString& title, const QString& text, const QString& accept,

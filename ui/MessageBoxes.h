@@ -21,6 +21,10 @@ public:
     // "Continuar" / "Cancelar"; true only for "Continuar".
     static bool askContinue(QWidget* parent, const QString& title, const QString& text);
 
+    // A single-line text prompt with "OK" and "Cancelar"; accepted is false when cancelled.
+    static QString askText(QWidget* parent, const QString& title, const QString& label, const QString& text,
+                           bool* accepted);
+
 private:
     static bool ask(QWidget* parent, const QString& title, const QString& text, const QString& accept,
                     const QString& reject);

@@ -23,14 +23,13 @@ QPixmap paintPadlock(bool unlocked, bool enabled, int size)
         shackle = QColor(200, 200, 200);
     }
 
-    // An open shackle swings up and to the left, leaving its right leg out of the body.
+    // An open shackle is lifted out of the body on its left leg, leaving a visible gap.
+    const qreal lift = unlocked ? 6.0 : 0.0;
     QPainterPath arc;
-    const qreal lift = unlocked ? 7.0 : 0.0;
-    const qreal shift = unlocked ? -9.0 : 0.0;
-    arc.moveTo(15 + shift, 24 - lift);
-    arc.lineTo(15 + shift, 15 - lift);
-    arc.arcTo(QRectF(15 + shift, 5 - lift, 18, 20), 180, -180);
-    arc.lineTo(33 + shift, unlocked ? 18 - lift : 24);
+    arc.moveTo(15, unlocked ? 20 - lift : 24);
+    arc.lineTo(15, 18 - lift);
+    arc.arcTo(QRectF(15, 9 - lift, 18, 18), 180, -180);
+    arc.lineTo(33, 24);
     painter.setPen(QPen(shackle, 5, Qt::SolidLine, Qt::RoundCap));
     painter.setBrush(Qt::NoBrush);
     painter.drawPath(arc);

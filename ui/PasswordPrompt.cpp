@@ -15,6 +15,8 @@ QByteArray PasswordPrompt::ask(const QString& title)
     dialog.setLabelText(tr("Senha:"));
     dialog.setTextEchoMode(QLineEdit::Password);
     dialog.setTextValue(QString());
+    dialog.setOkButtonText(tr("OK"));
+    dialog.setCancelButtonText(tr("Cancelar"));
     if (dialog.exec() != QDialog::Accepted) {
         return {};
     }

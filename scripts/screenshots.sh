@@ -1,0 +1,93 @@
+#!/usr/bin/env bash
+# Starts the real program under Xvfb, drives it with the keyboard and mouse as a user would
+# (xdotool), and saves PNG screenshots of its states into the given folder (default docs/screenshots):
+#   1-sem-container.png   the window with no container
+#   2-bloqueado.png       a locked container selected
+#   3-desbloqueado.png    an unlocked vault with folders and files of several types
+#   4-sobre.png           the About dialog
+#   5-ajuda.png           the Help dialog
+# Needs xvfb, xdotool and imagemagick; builds the program first.
+set -euo pipefail
+
+root=$(cd "$(dirname "$0")/.." && pwd)
+out=$(realpath -m "${1:-$root/docs/screenshots}")
+build="$root/build"
+mkdir -p "$out"
+
+for tool in xvfb-run xdotool import; do
+    if ! command -v "$tool" >/dev/null 2>&1; then
+        echo "Falta $tool: instale xvfb, xdotool e imagemagick." >&2
+        exit 1
+    fi
+done
+
+make -C "$root" build >/dev/null
+
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+password="senha-de-demonstracao"
+"$build/scripts/demo/velmarin-demo-vault" "$work/velmarin.vltx" "$password"
+
+cat >"$work/session.sh" <<SESSION
+#!/usr/bin/env bash
+set -euo pipefail
+export HOME="$work" LANG=pt_BR.UTF-8
+"$build/app/velmarin" &
+app=\$!
+shot() { sleep 1.5; import -window root "$out/\$1"; }
+window=""
+for _ in \$(seq 50); do
+    window=\$(xdotool search --onlyvisible --name '^Velmarin\$' 2>/dev/null | head -n1 || true)
+    [[ -n "\$window" ]] && break
+    sleep 0.2
+done
+xdotool windowfocus --sync "\$window"
+shot 1-sem-container.png
+
+# Escolher container... (Ctrl+O): type the path into the file dialog.
+xdotool windowfocus --sync "\$window"
+xdotool key ctrl+o
+sleep 1.5
+xdotool type --delay 20 "$work/velmarin.vltx"
+xdotool key Return
+shot 2-bloqueado.png
+
+# Desbloquear (Ctrl+L) with the demonstration password. Xvfb has no window manager to give the
+# prompt the keyboard, so it is focused by its title.
+xdotool windowfocus --sync "\$window"
+xdotool key ctrl+l
+sleep 1.5
+prompt=\$(xdotool search --onlyvisible --name '^Senha do cofre\$' | head -n1)
+xdotool windowfocus --sync "\$prompt"
+xdotool type --delay 20 "$password"
+xdotool key Return
+sleep 3
+xdotool windowfocus --sync "\$window"
+shot 3-desbloqueado.png
+
+# Sobre > Sobre o Velmarin, then Sobre > Ajuda, through the menu bar.
+open_about_menu() { xdotool mousemove --window "\$window" 110 10 click 1; sleep 0.8; }
+open_about_menu
+xdotool key Up Return
+shot 4-sobre.png
+xdotool key Escape
+sleep 0.5
+open_about_menu
+xdotool key Down Return
+shot 5-ajuda.png
+xdotool key Escape
+sleep 0.5
+
+# Closing locks the vault.
+xdotool windowfocus --sync "\$window"
+xdotool key ctrl+q
+for _ in \$(seq 50); do
+    kill -0 \$app 2>/dev/null || break
+    sleep 0.2
+done
+kill \$app 2>/dev/null || true
+SESSION
+chmod +x "$work/session.sh"
+xvfb-run -a -s "-screen 0 1280x800x24" "$work/session.sh"
+echo "Capturas em $out:"
+ls -1 "$out"
