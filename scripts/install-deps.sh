@@ -13,6 +13,7 @@ packages=(
     qt6-qpa-plugins
     libgl-dev
     libsodium-dev
+    mingw-w64
 )
 
 missing=()

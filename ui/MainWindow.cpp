@@ -94,6 +94,9 @@ void MainWindow::buildCentralWidget()
     const int listHeight = 3 * rowHeight + 2 * m_deviceList->frameWidth();
     m_deviceList->setFixedHeight(listHeight);
     m_deviceList->setVerticalScrollBarPolicy(Qt::ScrollBarAsNeeded);
+    // Keyboard focus would make the first drive current on its own when the window opens or a
+    // dialog closes; a drive is chosen by the user or by the rules of the list, never by focus.
+    m_deviceList->setFocusPolicy(Qt::ClickFocus);
 
     auto* iconLabel = new QLabel(central);
     iconLabel->setObjectName(QStringLiteral("applicationIcon"));

@@ -15,6 +15,13 @@ namespace {
 
 constexpr int DeviceNameRole = Qt::UserRole + 1;
 
+// A line that explains the list rather than naming a drive: readable, but nothing to choose.
+void addNotice(QListWidget* list, const QString& text)
+{
+    auto* item = new QListWidgetItem(text, list);
+    item->setFlags(item->flags() & ~Qt::ItemIsSelectable);
+}
+
 // "E:\", "e:/" and "E:" all become "E:/", so a drive root can be compared with a folder.
 QString normalizedRoot(const QString& path)
 {
@@ -34,7 +41,7 @@ void MainWindow::refreshDeviceList()
 {
     m_deviceList->clear();
     if (!m_deviceManager) {
-        m_deviceList->addItem(tr("Detecção de USB ainda não disponível neste sistema."));
+        addNotice(m_deviceList, tr("Detecção de USB ainda não disponível neste sistema."));
         highlightDeviceForContainer(m_containerPath);
         updateActionStates();
         return;
@@ -42,7 +49,7 @@ void MainWindow::refreshDeviceList()
 
     const QList<Platform::UsbDevice> devices = m_deviceManager->listDevices();
     if (devices.isEmpty()) {
-        m_deviceList->addItem(tr("Nenhum dispositivo USB detectado."));
+        addNotice(m_deviceList, tr("Nenhum dispositivo USB detectado."));
         highlightDeviceForContainer(m_containerPath);
         updateActionStates();
         return;
@@ -106,9 +113,11 @@ void MainWindow::highlightDeviceForContainer(const QString& containerPath)
         QListWidgetItem* item = m_deviceList->item(row);
         item->setData(Qt::BackgroundRole, QVariant());
         // An unmounted drive keeps its hint; only the association's own tip goes.
-        item->setToolTip(item->flags() & Qt::ItemIsSelectable
-                             ? QString()
-                             : tr("Monte a unidade USB no gerenciador de arquivos e atualize a lista."));
+        const bool unmountedDevice =
+            item->data(DeviceNameRole).isValid() && item->data(Qt::UserRole).toString().isEmpty();
+        item->setToolTip(unmountedDevice
+                             ? tr("Monte a unidade USB no gerenciador de arquivos e atualize a lista.")
+                             : QString());
         QFont font = item->font();
         font.setWeight(QFont::Normal);
         item->setFont(font);

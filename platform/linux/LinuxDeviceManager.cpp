@@ -1,0 +1,182 @@
+#include "LinuxDeviceManager.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QHash>
+
+#include <algorithm>
+
+namespace Velmarin::Platform::Linux {
+
+namespace {
+
+struct Mount
+{
+    QString mountPoint;
+    QString fileSystem;
+};
+
+QByteArray readSmallFile(const QString& path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.read(4096).trimmed() : QByteArray();
+}
+
+// Device name (sdb1) -> the target of each link in a /dev/disk/by-* folder, keyed by the link's name.
+QHash<QString, QString> linksByDevice(const QString& folder, bool unescape)
+{
+    QHash<QString, QString> result;
+    const QFileInfoList links = QDir(folder).entryInfoList(QDir::Files | QDir::System | QDir::NoDotAndDotDot);
+    for (const QFileInfo& link : links) {
+        if (!link.isSymLink()) {
+            continue;
+        }
+        const QString device = QFileInfo(link.symLinkTarget()).fileName();
+        if (!result.contains(device)) {
+            result.insert(device,
+                          unescape ? LinuxDeviceManager::unescapeUdevName(link.fileName()) : link.fileName());
+        }
+    }
+    return result;
+}
+
+// "major:minor" -> the first mount of that device.
+QHash<QString, Mount> mountsByDeviceNumber(const QString& mountInfoPath)
+{
+    QHash<QString, Mount> result;
+    QFile file(mountInfoPath);
+    if (!file.open(QIODevice::ReadOnly)) {
+        return result;
+    }
+    // id parent major:minor root mount-point options [optional fields...] - fstype source super-options
+    for (const QByteArray& rawLine : file.readAll().split('\n')) {
+        const QStringList fields = QString::fromUtf8(rawLine).split(QLatin1Char(' '), Qt::SkipEmptyParts);
+        const qsizetype separator = fields.indexOf(QStringLiteral("-"));
+        if (fields.size() < 5 || separator < 6 || separator + 1 >= fields.size()) {
+            continue;
+        }
+        const QString deviceNumber = fields.at(2);
+        if (!result.contains(deviceNumber)) {
+            result.insert(deviceNumber,
+                          {LinuxDeviceManager::unescapeMountField(fields.at(4)), fields.at(separator + 1)});
+        }
+    }
+    return result;
+}
+
+// The "E:KEY=value" properties udev recorded for a block device ("8:17").
+QHash<QString, QString> udevProperties(const QString& udevData, const QString& deviceNumber)
+{
+    QHash<QString, QString> properties;
+    QFile file(udevData + QStringLiteral("/b") + deviceNumber);
+    if (!file.open(QIODevice::ReadOnly)) {
+        return properties;
+    }
+    for (const QByteArray& line : file.read(64 * 1024).split('\n')) {
+        const qsizetype equals = line.indexOf('=');
+        if (line.startsWith("E:") && equals > 2) {
+            properties.insert(QString::fromUtf8(line.mid(2, equals - 2)),
+                              QString::fromUtf8(line.mid(equals + 1)));
+        }
+    }
+    return properties;
+}
+
+} // namespace
+
+LinuxDeviceManager::LinuxDeviceManager() = default;
+
+LinuxDeviceManager::LinuxDeviceManager(Roots roots)
+    : m_roots(std::move(roots))
+{}
+
+QString LinuxDeviceManager::unescapeMountField(const QString& field)
+{
+    const QByteArray raw = field.toUtf8();
+    QByteArray bytes;
+    bytes.reserve(raw.size());
+    for (qsizetype i = 0; i < raw.size(); ++i) {
+        if (raw.at(i) == '\\' && i + 3 < raw.size()) {
+            bool ok = false;
+            const int code = raw.mid(i + 1, 3).toInt(&ok, 8);
+            if (ok) {
+                bytes.append(static_cast<char>(code));
+                i += 3;
+                continue;
+            }
+        }
+        bytes.append(raw.at(i));
+    }
+    // The kernel escapes bytes, so a name in UTF-8 is whole again only once every byte is back.
+    return QString::fromUtf8(bytes);
+}
+
+QString LinuxDeviceManager::unescapeUdevName(const QString& name)
+{
+    QByteArray bytes;
+    const QByteArray raw = name.toUtf8();
+    for (qsizetype i = 0; i < raw.size(); ++i) {
+        if (raw.at(i) == '\\' && i + 3 < raw.size() && raw.at(i + 1) == 'x') {
+            bool ok = false;
+            const int code = raw.mid(i + 2, 2).toInt(&ok, 16);
+            if (ok) {
+                bytes.append(static_cast<char>(code));
+                i += 3;
+                continue;
+            }
+        }
+        bytes.append(raw.at(i));
+    }
+    return QString::fromUtf8(bytes);
+}
+
+QList<UsbDevice> LinuxDeviceManager::listDevices()
+{
+    const QHash<QString, QString> uuids = linksByDevice(m_roots.devDisk + QStringLiteral("/by-uuid"), false);
+    const QHash<QString, QString> labels = linksByDevice(m_roots.devDisk + QStringLiteral("/by-label"), true);
+    const QHash<QString, Mount> mounts = mountsByDeviceNumber(m_roots.mountInfo);
+
+    QList<UsbDevice> devices;
+    for (auto it = uuids.constBegin(); it != uuids.constEnd(); ++it) {
+        const QString name = it.key();
+        const QString sysPath =
+            QFileInfo(m_roots.sysClassBlock + QLatin1Char('/') + name).canonicalFilePath();
+        // The kernel's device path names every bus on the way: a USB device sits below a "usbN" node.
+        if (sysPath.isEmpty() || !sysPath.contains(QStringLiteral("/usb"))) {
+            continue;
+        }
+        const bool isPartition = QFileInfo::exists(sysPath + QStringLiteral("/partition"));
+        const QString disk = isPartition ? QFileInfo(sysPath).absolutePath() : sysPath;
+
+        const QString deviceNumber = QString::fromLatin1(readSmallFile(sysPath + QStringLiteral("/dev")));
+        const QHash<QString, QString> udev = udevProperties(m_roots.udevData, deviceNumber);
+
+        UsbDevice device;
+        device.devicePath = m_roots.dev + QLatin1Char('/') + name;
+        device.removable = readSmallFile(disk + QStringLiteral("/removable")) == "1";
+        // udev links one label to one device only; a second stick with the same label finds its
+        // label in udev's own record of it.
+        device.label = labels.value(name);
+        if (device.label.isEmpty()) {
+            device.label = unescapeUdevName(udev.value(QStringLiteral("ID_FS_LABEL_ENC")));
+        }
+        if (device.label.isEmpty()) {
+            device.label = QStringLiteral("USB %1").arg(name);
+        }
+        device.fileSystem = udev.value(QStringLiteral("ID_FS_TYPE"));
+        const auto mount = mounts.constFind(deviceNumber);
+        device.mounted = mount != mounts.constEnd();
+        if (device.mounted) {
+            device.mountPath = mount->mountPoint;
+            device.fileSystem = mount->fileSystem;
+        }
+        device.id = (device.mounted ? device.mountPath : device.devicePath) + QLatin1Char('-') + it.value();
+        devices.append(device);
+    }
+    std::sort(devices.begin(), devices.end(),
+              [](const UsbDevice& a, const UsbDevice& b) { return a.devicePath < b.devicePath; });
+    return devices;
+}
+
+} // namespace Velmarin::Platform::Linux
