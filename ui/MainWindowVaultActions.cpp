@@ -48,7 +48,9 @@ void MainWindow::createVault()
     const QString root = current ? current->data(Qt::UserRole).toString() : QString();
     const QString chosen =
         m_fileDialogs->saveFileName(this, tr("Criar container Velmarin"),
-                                    QDir(root).filePath(QStringLiteral("velmarin.vltx")), containerFilter());
+                                    root.isEmpty() ? QStringLiteral("velmarin.vltx")
+                                                   : QDir(root).filePath(QStringLiteral("velmarin.vltx")),
+                                    containerFilter());
     if (chosen.isEmpty()) {
         return;
     }

@@ -4,6 +4,7 @@
 #include <QApplication>
 #include <QInputDialog>
 #include <QLineEdit>
+#include <QProgressBar>
 #include <QProgressDialog>
 #include <QPushButton>
 
@@ -14,9 +15,29 @@ DialogDriver::DialogDriver()
     m_timer.setInterval(10);
     connect(&m_timer, &QTimer::timeout, this, &DialogDriver::poll);
     m_timer.start();
+    qApp->installEventFilter(this);
 }
 
-DialogDriver::~DialogDriver() = default;
+DialogDriver::~DialogDriver()
+{
+    qApp->removeEventFilter(this);
+}
+
+bool DialogDriver::eventFilter(QObject* watched, QEvent* event)
+{
+    if (event->type() == QEvent::Show) {
+        if (auto* dialog = qobject_cast<QProgressDialog*>(watched)) {
+            m_progressTitles.append(dialog->windowTitle());
+            auto* bar = dialog->findChild<QProgressBar*>();
+            if (bar && !m_watchedBars.contains(bar)) {
+                m_watchedBars.append(bar);
+                connect(bar, &QProgressBar::valueChanged, this,
+                        [this](int value) { m_progressValues.append(value); });
+            }
+        }
+    }
+    return QObject::eventFilter(watched, event);
+}
 
 void DialogDriver::expect(Handler handler)
 {

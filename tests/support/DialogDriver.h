@@ -60,6 +60,14 @@ public:
 
     static MessageRecord describe(QMessageBox* box);
 
+    // Every value the progress bars of shown progress dialogs took, in order, including the -1 of the
+    // reset that closing a progress dialog makes. Recorded as it happens, since that reset loses it.
+    QList<int> progressValues() const { return m_progressValues; }
+    QStringList progressTitles() const { return m_progressTitles; }
+
+protected:
+    bool eventFilter(QObject* watched, QEvent* event) override;
+
 private:
     void poll();
 
@@ -67,6 +75,9 @@ private:
     std::deque<Handler> m_handlers;
     QList<QPointer<QWidget>> m_handled;
     QStringList m_unexpected;
+    QList<int> m_progressValues;
+    QList<QObject*> m_watchedBars;
+    QStringList m_progressTitles;
 };
 
 } // namespace Velmarin::Tests

@@ -6,8 +6,9 @@
 namespace Velmarin::Tests {
 
 // Makes the preloaded shim fail chosen calls on paths containing pathPart, for as long as it lives.
-// calls is a comma list of: open-write, write, corrupt, fsync, unlink, rename. writeAllowance is how many
-// bytes a matching descriptor may write before "write" fails.
+// calls is a comma list of: open-write, open-read, write, read, corrupt, fsync, unlink, rename.
+// writeAllowance is how many bytes a matching descriptor may write (or read) before "write"
+// ("read") fails.
 class FailureInjection
 {
 public:

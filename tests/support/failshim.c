@@ -1,9 +1,10 @@
 /*
  * Failure injection for tests, loaded with LD_PRELOAD. Inert unless VELMARIN_FAIL_PATH is set:
  *   VELMARIN_FAIL_PATH    substring of the paths whose calls fail
- *   VELMARIN_FAIL_CALLS   comma list of: open-write, write, corrupt, fsync, unlink, rename
+ *   VELMARIN_FAIL_CALLS   comma list of: open-write, open-read, write, read, corrupt, fsync, unlink, rename
  *                         ("corrupt" writes every byte inverted, as a failing medium would)
- *   VELMARIN_FAIL_AFTER   bytes a matching descriptor may write before "write" fails (default 0)
+ *   VELMARIN_FAIL_AFTER   bytes a matching descriptor may write (or read) before "write" ("read")
+ *                         fails (default 0)
  * Failures look like a full device (ENOSPC) or a vanished drive (EIO), as the system would report.
  */
 #define _GNU_SOURCE
@@ -19,6 +20,7 @@
 #define MAX_DESCRIPTORS 4096
 
 static long long g_written[MAX_DESCRIPTORS];
+static long long g_read[MAX_DESCRIPTORS];
 static char g_tracked[MAX_DESCRIPTORS];
 
 static int fails(const char* call)
@@ -49,25 +51,32 @@ static void track(int fd, const char* path)
     if (fd >= 0 && fd < MAX_DESCRIPTORS) {
         g_tracked[fd] = (char)matches(path);
         g_written[fd] = 0;
+        g_read[fd] = 0;
     }
 }
 
 typedef int (*OpenFn)(const char*, int, ...);
 typedef int (*OpenAtFn)(int, const char*, int, ...);
 typedef ssize_t (*WriteFn)(int, const void*, size_t);
+typedef ssize_t (*ReadFn)(int, void*, size_t);
 typedef int (*FdFn)(int);
 typedef int (*PathFn)(const char*);
 typedef int (*UnlinkAtFn)(int, const char*, int);
 typedef int (*RenameFn)(const char*, const char*);
 typedef int (*RenameAtFn)(int, const char*, int, const char*);
 
-#define REAL(name, type)                                                                                    \
-    static type real = NULL;                                                                                \
-    if (real == NULL) real = (type)dlsym(RTLD_NEXT, name)
+#define REAL(name, type)                                                                                     \
+    static type real = NULL;                                                                                 \
+    if (real == NULL)                                                                                        \
+    real = (type)dlsym(RTLD_NEXT, name)
 
 static int refuseOpen(const char* path, int flags)
 {
     if ((flags & (O_WRONLY | O_RDWR)) && matches(path) && fails("open-write")) {
+        errno = EIO;
+        return 1;
+    }
+    if (!(flags & (O_WRONLY | O_RDWR)) && matches(path) && fails("open-read")) {
         errno = EIO;
         return 1;
     }
@@ -86,7 +95,8 @@ int open(const char* path, int flags, ...)
     va_start(args, flags);
     mode_t mode = modeOf(flags, args);
     va_end(args);
-    if (refuseOpen(path, flags)) return -1;
+    if (refuseOpen(path, flags))
+        return -1;
     int fd = real(path, flags, mode);
     track(fd, path);
     return fd;
@@ -99,7 +109,8 @@ int open64(const char* path, int flags, ...)
     va_start(args, flags);
     mode_t mode = modeOf(flags, args);
     va_end(args);
-    if (refuseOpen(path, flags)) return -1;
+    if (refuseOpen(path, flags))
+        return -1;
     int fd = real(path, flags, mode);
     track(fd, path);
     return fd;
@@ -112,7 +123,8 @@ int openat(int dirfd, const char* path, int flags, ...)
     va_start(args, flags);
     mode_t mode = modeOf(flags, args);
     va_end(args);
-    if (refuseOpen(path, flags)) return -1;
+    if (refuseOpen(path, flags))
+        return -1;
     int fd = real(dirfd, path, flags, mode);
     track(fd, path);
     return fd;
@@ -125,7 +137,8 @@ int openat64(int dirfd, const char* path, int flags, ...)
     va_start(args, flags);
     mode_t mode = modeOf(flags, args);
     va_end(args);
-    if (refuseOpen(path, flags)) return -1;
+    if (refuseOpen(path, flags))
+        return -1;
     int fd = real(dirfd, path, flags, mode);
     track(fd, path);
     return fd;
@@ -170,6 +183,27 @@ ssize_t write(int fd, const void* buffer, size_t count)
     return done;
 }
 
+ssize_t read(int fd, void* buffer, size_t count)
+{
+    REAL("read", ReadFn);
+    if (isTracked(fd) && fails("read")) {
+        const char* after = getenv("VELMARIN_FAIL_AFTER");
+        long long left = (after ? atoll(after) : 0) - g_read[fd];
+        if (left <= 0) {
+            errno = EIO;
+            return -1;
+        }
+        if ((long long)count > left) {
+            count = (size_t)left;
+        }
+    }
+    ssize_t done = real(fd, buffer, count);
+    if (done > 0 && fd >= 0 && fd < MAX_DESCRIPTORS) {
+        g_read[fd] += done;
+    }
+    return done;
+}
+
 int fsync(int fd)
 {
     REAL("fsync", FdFn);
@@ -196,6 +230,7 @@ int close(int fd)
     if (fd >= 0 && fd < MAX_DESCRIPTORS) {
         g_tracked[fd] = 0;
         g_written[fd] = 0;
+        g_read[fd] = 0;
     }
     return real(fd);
 }
