@@ -83,6 +83,30 @@ QHash<QString, QString> udevProperties(const QString& udevData, const QString& d
     return properties;
 }
 
+// Replaces every escape (the marker, then three octal or two hexadecimal digits) by its byte.
+// Both the kernel and udev escape bytes, so a name in UTF-8 is whole again only once every byte is
+// back; a marker without its digits stays as it is.
+QString unescapeBytes(const QString& text, const QByteArray& marker, int base)
+{
+    const int digits = base == 8 ? 3 : 2;
+    const QByteArray raw = text.toUtf8();
+    QByteArray bytes;
+    bytes.reserve(raw.size());
+    for (qsizetype i = 0; i < raw.size(); ++i) {
+        if (raw.mid(i, marker.size()) == marker && i + marker.size() + digits <= raw.size()) {
+            bool ok = false;
+            const int code = raw.mid(i + marker.size(), digits).toInt(&ok, base);
+            if (ok) {
+                bytes.append(static_cast<char>(code));
+                i += marker.size() + digits - 1;
+                continue;
+            }
+        }
+        bytes.append(raw.at(i));
+    }
+    return QString::fromUtf8(bytes);
+}
+
 } // namespace
 
 LinuxDeviceManager::LinuxDeviceManager() = default;
@@ -93,42 +117,12 @@ LinuxDeviceManager::LinuxDeviceManager(Roots roots)
 
 QString LinuxDeviceManager::unescapeMountField(const QString& field)
 {
-    const QByteArray raw = field.toUtf8();
-    QByteArray bytes;
-    bytes.reserve(raw.size());
-    for (qsizetype i = 0; i < raw.size(); ++i) {
-        if (raw.at(i) == '\\' && i + 3 < raw.size()) {
-            bool ok = false;
-            const int code = raw.mid(i + 1, 3).toInt(&ok, 8);
-            if (ok) {
-                bytes.append(static_cast<char>(code));
-                i += 3;
-                continue;
-            }
-        }
-        bytes.append(raw.at(i));
-    }
-    // The kernel escapes bytes, so a name in UTF-8 is whole again only once every byte is back.
-    return QString::fromUtf8(bytes);
+    return unescapeBytes(field, QByteArray("\\"), 8);
 }
 
 QString LinuxDeviceManager::unescapeUdevName(const QString& name)
 {
-    QByteArray bytes;
-    const QByteArray raw = name.toUtf8();
-    for (qsizetype i = 0; i < raw.size(); ++i) {
-        if (raw.at(i) == '\\' && i + 3 < raw.size() && raw.at(i + 1) == 'x') {
-            bool ok = false;
-            const int code = raw.mid(i + 2, 2).toInt(&ok, 16);
-            if (ok) {
-                bytes.append(static_cast<char>(code));
-                i += 3;
-                continue;
-            }
-        }
-        bytes.append(raw.at(i));
-    }
-    return QString::fromUtf8(bytes);
+    return unescapeBytes(name, QByteArray("\\x"), 16);
 }
 
 QList<UsbDevice> LinuxDeviceManager::listDevices()

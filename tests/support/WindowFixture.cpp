@@ -73,6 +73,19 @@ void WindowFixture::tearDown()
     m_dir.reset();
 }
 
+void WindowFixture::verifyDialogsAndTearDown()
+{
+    if (!isSetUp()) {
+        return;
+    }
+    const QStringList unexpected = m_driver->unexpected();
+    const bool allHandled = m_driver->allHandled();
+    tearDown();
+    QVERIFY2(unexpected.isEmpty(),
+             qPrintable(QStringLiteral("unexpected dialogs: ") + unexpected.join(QLatin1Char('\n'))));
+    QVERIFY2(allHandled, "a dialog the test expected never appeared");
+}
+
 QAction* WindowFixture::action(const QString& text) const
 {
     for (QAction* candidate : m_window->findChildren<QAction*>()) {

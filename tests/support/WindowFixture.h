@@ -37,6 +37,8 @@ public:
     bool setUp(const QStringList& folders = {}, const QList<Entry>& files = {},
                bool withDeviceManager = true);
     void tearDown();
+    // For a test's cleanup: every dialog the test expected appeared and no other did, then tearDown.
+    void verifyDialogsAndTearDown();
 
     bool isSetUp() const { return m_window != nullptr; }
     UI::MainWindow& window() { return *m_window; }

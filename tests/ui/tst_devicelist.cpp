@@ -84,13 +84,7 @@ void DeviceListTest::initTestCase()
 
 void DeviceListTest::cleanup()
 {
-    if (!m_fixture.isSetUp()) {
-        return;
-    }
-    QVERIFY2(m_fixture.driver().unexpected().isEmpty(),
-             qPrintable(m_fixture.driver().unexpected().join(QLatin1Char('\n'))));
-    QVERIFY(m_fixture.driver().allHandled());
-    m_fixture.tearDown();
+    m_fixture.verifyDialogsAndTearDown();
 }
 
 void DeviceListTest::setUp(const QList<UsbDevice>& devices, bool withDetection)

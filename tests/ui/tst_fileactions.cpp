@@ -83,13 +83,7 @@ void FileActionsTest::initTestCase()
 
 void FileActionsTest::cleanup()
 {
-    if (!m_fixture.isSetUp()) {
-        return;
-    }
-    QVERIFY2(m_fixture.driver().unexpected().isEmpty(),
-             qPrintable(m_fixture.driver().unexpected().join(QLatin1Char('\n'))));
-    QVERIFY2(m_fixture.driver().allHandled(), "a dialog the test expected never appeared");
-    m_fixture.tearDown();
+    m_fixture.verifyDialogsAndTearDown();
 }
 
 void FileActionsTest::setUpUnlocked(const QStringList& folders, const QList<WindowFixture::Entry>& files)

@@ -94,13 +94,7 @@ void FileTableTest::initTestCase()
 
 void FileTableTest::cleanup()
 {
-    if (!m_fixture.isSetUp()) {
-        return;
-    }
-    QVERIFY2(m_fixture.driver().unexpected().isEmpty(),
-             qPrintable(m_fixture.driver().unexpected().join(QLatin1Char('\n'))));
-    QVERIFY(m_fixture.driver().allHandled());
-    m_fixture.tearDown();
+    m_fixture.verifyDialogsAndTearDown();
 }
 
 void FileTableTest::setUpSortingVault()

@@ -153,13 +153,7 @@ void MainWindowTest::initTestCase()
 
 void MainWindowTest::cleanup()
 {
-    if (!m_fixture.isSetUp()) {
-        return;
-    }
-    QVERIFY2(m_fixture.driver().unexpected().isEmpty(),
-             qPrintable(m_fixture.driver().unexpected().join(QLatin1Char('\n'))));
-    QVERIFY(m_fixture.driver().allHandled());
-    m_fixture.tearDown();
+    m_fixture.verifyDialogsAndTearDown();
 }
 
 void MainWindowTest::sizeFollowsTheScreen_data()
