@@ -6,6 +6,10 @@
 #   3-desbloqueado.png    an unlocked vault with folders and files of several types
 #   4-sobre.png           the About dialog
 #   5-ajuda.png           the Help dialog
+#   6-importando.png      the import progress dialog
+#   7-confirmacao.png     a confirmation box (deleting a file)
+#   8-mover.png           the move dialog
+#   9-alterar-senha.png   the change-password dialog
 # Needs xvfb, xdotool and imagemagick; builds the program first.
 set -euo pipefail
 
@@ -27,6 +31,8 @@ work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 password="senha-de-demonstracao"
 "$build/scripts/demo/velmarin-demo-vault" "$work/velmarin.vltx" "$password"
+# Large enough for the import progress dialog to stay up for a screenshot.
+head -c 600M /dev/urandom >"$work/video-das-ferias.mp4"
 
 cat >"$work/session.sh" <<SESSION
 #!/usr/bin/env bash
@@ -75,6 +81,46 @@ sleep 0.5
 open_about_menu
 xdotool key Down Return
 shot 5-ajuda.png
+xdotool key Escape
+sleep 0.5
+
+# Importar... (Ctrl+I) a large file, caught while the progress dialog is up.
+xdotool windowfocus --sync "\$window"
+xdotool key ctrl+i
+sleep 1.5
+xdotool type --delay 20 "$work/video-das-ferias.mp4"
+xdotool key Return
+sleep 2
+import -window root "$out/6-importando.png"
+for _ in \$(seq 100); do
+    xdotool search --onlyvisible --name '^Importar arquivos\$' >/dev/null 2>&1 || break
+    sleep 0.3
+done
+sleep 1
+
+# Select a row by clicking it, then Excluir... (Delete): the confirmation box.
+xdotool windowfocus --sync "\$window"
+xdotool mousemove --window "\$window" 300 294 click 1
+sleep 0.5
+xdotool key Delete
+shot 7-confirmacao.png
+xdotool key Escape
+sleep 0.5
+
+# The same row's context menu: Abrir, Exportar..., Mover para pasta...
+xdotool mousemove --window "\$window" 300 294 click 3
+sleep 0.8
+xdotool key Down Down Down Return
+shot 8-mover.png
+xdotool key Escape
+sleep 0.5
+
+# Lock (Ctrl+Shift+L), then Alterar senha... (Ctrl+P).
+xdotool windowfocus --sync "\$window"
+xdotool key ctrl+shift+l
+sleep 1.5
+xdotool key ctrl+p
+shot 9-alterar-senha.png
 xdotool key Escape
 sleep 0.5
 
