@@ -65,6 +65,9 @@ private Q_SLOTS:
     void deleteFolder();
     void deleteFile();
     void contextMenuFollowsTheRow();
+    void engineFailures_data();
+    void engineFailures();
+    void openFailsWhenTheWorkingCopyCannotBeMade();
 
 private:
     void setUpUnlocked(const QStringList& folders, const QList<WindowFixture::Entry>& files);
@@ -658,6 +661,102 @@ void FileActionsTest::contextMenuFollowsTheRow()
     m_fixture.tearDown();
     setUpUnlocked({}, {{QStringLiteral("a.txt"), "a"}});
     QVERIFY(contextMenuFor(QStringLiteral("a.txt")).contains(QStringLiteral("Mover para pasta... (off)")));
+}
+
+void FileActionsTest::engineFailures_data()
+{
+    QTest::addColumn<QString>("action");
+    QTest::addColumn<QString>("row");
+    QTest::addColumn<QStringList>("answers");
+    QTest::addColumn<QString>("title");
+    QTest::addColumn<QString>("message");
+    QTest::addColumn<QString>("status");
+    QTest::newRow("new folder") << "Nova pasta..."
+                                << "" << QStringList{QStringLiteral("input:Nova")} << "Nova pasta"
+                                << "Não foi possível criar a pasta."
+                                << "";
+    QTest::newRow("rename file")
+        << "Renomear arquivo..."
+        << "a.txt" << QStringList{QStringLiteral("input:b.txt")} << "Renomear arquivo"
+        << "Não foi possível renomear o arquivo. Feche o arquivo se ele estiver aberto e "
+           "tente novamente."
+        << "";
+    QTest::newRow("rename folder")
+        << "Renomear pasta..."
+        << "Vazia" << QStringList{QStringLiteral("input:Cheia")} << "Renomear pasta"
+        << "Não foi possível renomear a pasta. Feche arquivos abertos dentro dela e tente "
+           "novamente."
+        << "";
+    QTest::newRow("move")
+        << "Mover para pasta..."
+        << "a.txt" << QStringList{QStringLiteral("accept")} << "Mover arquivo"
+        << "Não foi possível mover o arquivo. Feche o arquivo se ele estiver aberto e tente "
+           "novamente."
+        << "";
+    QTest::newRow("delete file") << "Excluir..."
+                                 << "a.txt" << QStringList{QStringLiteral("button:Sim")} << "Velmarin"
+                                 << "Não foi possível excluir o arquivo do cofre."
+                                 << "Falha ao excluir o arquivo.";
+    QTest::newRow("delete folder") << "Excluir pasta vazia"
+                                   << "Vazia" << QStringList{QStringLiteral("button:Sim")} << "Excluir pasta"
+                                   << "A pasta não está vazia ou não pode ser excluída."
+                                   << "";
+}
+
+void FileActionsTest::engineFailures()
+{
+    QFETCH(QString, action);
+    QFETCH(QString, row);
+    QFETCH(QStringList, answers);
+    QFETCH(QString, title);
+    QFETCH(QString, message);
+    QFETCH(QString, status);
+    setUpUnlocked({QStringLiteral("Vazia")}, {{QStringLiteral("a.txt"), "a"}});
+    if (!row.isEmpty()) {
+        QVERIFY(m_fixture.selectRow(row));
+    }
+    for (const QString& answer : answers) {
+        if (answer.startsWith(QLatin1String("input:"))) {
+            m_fixture.driver().expectInput(answer.mid(6));
+        } else if (answer.startsWith(QLatin1String("button:"))) {
+            m_fixture.driver().expectMessage(answer.mid(7));
+        } else {
+            m_fixture.driver().expect([](QWidget* dialog) {
+                dialog->findChild<QDialogButtonBox*>()->button(QDialogButtonBox::Ok)->click();
+            });
+        }
+    }
+    MessageRecord warning;
+    m_fixture.driver().expectMessage(QStringLiteral("OK"), &warning);
+    const QStringList before = m_fixture.names();
+    {
+        // The drive refuses the header rewrite that would record the change.
+        const FailureInjection injection(m_fixture.container(), "write");
+        m_fixture.action(action)->trigger();
+    }
+    QVERIFY(m_fixture.driver().allHandled());
+    QCOMPARE(warning.title, title);
+    QCOMPARE(warning.text, message);
+    QCOMPARE(warning.icon, QMessageBox::Warning);
+    if (!status.isEmpty()) {
+        QCOMPARE(statusMessage(), status);
+    }
+    QCOMPARE(m_fixture.names(), before);
+}
+
+void FileActionsTest::openFailsWhenTheWorkingCopyCannotBeMade()
+{
+    setUpUnlocked({}, {{QStringLiteral("a.txt"), "a"}});
+    QVERIFY(m_fixture.selectRow(QStringLiteral("a.txt")));
+    MessageRecord warning;
+    m_fixture.driver().expectMessage(QStringLiteral("OK"), &warning);
+    {
+        const FailureInjection injection(m_fixture.path(QStringLiteral("workspaces")), "open-write");
+        m_fixture.action(QStringLiteral("Abrir"))->trigger();
+    }
+    QCOMPARE(warning.title, QStringLiteral("Velmarin"));
+    QCOMPARE(warning.text, QStringLiteral("Não foi possível preparar o arquivo para edição."));
+    QVERIFY(m_fixture.fakes().urls->opened.isEmpty());
 }
 
 QTEST_MAIN(FileActionsTest)

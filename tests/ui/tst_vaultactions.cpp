@@ -67,6 +67,7 @@ private Q_SLOTS:
     void createRefusesAnythingButTheDriveRoot();
     void createWithoutADeviceIsRefused();
     void createAcceptsUpperCaseAtTheRoot();
+    void createFailureIsReported();
     void createReportsMismatchBeforeLength_data();
     void createReportsMismatchBeforeLength();
     void cancellingAPasswordPromptEndsTheFlowSilently_data();
@@ -201,6 +202,28 @@ void VaultActionsTest::createAcceptsUpperCaseAtTheRoot()
     QCOMPARE(statusMessage(), QStringLiteral("Cofre criado com sucesso."));
     QCOMPARE(m_fixture.deviceList()->item(0)->font().weight(), QFont::Bold);
     QVERIFY(canUnlock(chosen, NewPassword.toUtf8(), m_fixture.path(QStringLiteral("workspaces"))));
+}
+
+void VaultActionsTest::createFailureIsReported()
+{
+    setUpWithDrive();
+    const QString chosen = m_fixture.path(QStringLiteral("usb/novo.vltx"));
+    m_fixture.fakes().dialogs->fileAnswers.push_back(chosen);
+    m_fixture.driver().expectInput(NewPassword);
+    m_fixture.driver().expectInput(NewPassword);
+    MessageRecord warning;
+    m_fixture.driver().expectMessage(QStringLiteral("OK"), &warning);
+    {
+        // The new container is written through a temporary file in the drive's root folder.
+        const FailureInjection injection(m_fixture.driveRoot(), "write");
+        m_fixture.action(QStringLiteral("Criar novo cofre..."))->trigger();
+    }
+    QVERIFY(m_fixture.driver().allHandled());
+    QCOMPARE(warning.title, QStringLiteral("Velmarin"));
+    QCOMPARE(warning.text, QStringLiteral("Não foi possível criar o cofre."));
+    QVERIFY(warning.hasParent);
+    QCOMPARE(m_fixture.window().containerPath(), QString());
+    QVERIFY(!QFile::exists(chosen));
 }
 
 void VaultActionsTest::createReportsMismatchBeforeLength_data()
