@@ -76,7 +76,8 @@ private:
     QList<QPointer<QWidget>> m_handled;
     QStringList m_unexpected;
     QList<int> m_progressValues;
-    QList<QObject*> m_watchedBars;
+    // Guarded, so a new bar at the address of a destroyed one is still watched.
+    QList<QPointer<QObject>> m_watchedBars;
     QStringList m_progressTitles;
 };
 
