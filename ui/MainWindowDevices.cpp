@@ -65,7 +65,7 @@ void MainWindow::refreshDeviceList()
         if (!device.mounted) {
             text += tr(" | não montado");
         } else if (const std::optional<qint64> available = m_storage->bytesAvailable(device.mountPath)) {
-            text += QStringLiteral(" | %1").arg(tr("%1 livres").arg(formatDataSize(*available)));
+            text += QStringLiteral(" | %1").arg(tr("%1 livres").arg(Core::formatDataSize(*available)));
         }
 
         auto* item = new QListWidgetItem(text, m_deviceList);

@@ -95,7 +95,7 @@ bool MainWindow::confirmImportSpace(const QStringList& files)
             tr("Não há espaço livre suficiente na unidade do container.\n\nArquivos "
                "selecionados: %1\nEspaço livre disponível: %2\n\nLibere espaço na unidade USB "
                "ou selecione arquivos menores.")
-                .arg(formatDataSize(total), formatDataSize(*available)));
+                .arg(Core::formatDataSize(total), Core::formatDataSize(*available)));
         return false;
     }
     const qint64 remaining = *available - required;
@@ -107,7 +107,7 @@ bool MainWindow::confirmImportSpace(const QStringList& files)
         tr("A importação deixará pouco espaço livre na unidade do container.\n\n"
            "Arquivos selecionados: %1\nEspaço livre restante estimado: %2\n\nDeseja "
            "continuar?")
-            .arg(formatDataSize(total), formatDataSize(remaining)));
+            .arg(Core::formatDataSize(total), Core::formatDataSize(remaining)));
 }
 
 void MainWindow::exportFile()

@@ -41,7 +41,7 @@ void MainWindow::refreshFileTable()
             folders.append(folder);
         }
     }
-    EntrySorting::sortFolders(folders, m_sortColumn, m_sortOrder);
+    Core::EntrySorting::sortFolders(folders, m_sortColumn, m_sortOrder);
     for (const Core::DirectoryEntry& folder : folders) {
         addTableRow(FolderRow, folder.path, Core::vaultFileName(folder.path), QString(), tr("Pasta"),
                     folder.modifiedUtc);
@@ -53,11 +53,11 @@ void MainWindow::refreshFileTable()
             files.append(file);
         }
     }
-    EntrySorting::sortFiles(files, m_sortColumn, m_sortOrder);
+    Core::EntrySorting::sortFiles(files, m_sortColumn, m_sortOrder);
     for (const Core::FileEntry& file : files) {
         const QString name = Core::vaultFileName(file.vaultPath);
-        addTableRow(FileRow, file.vaultPath, name, formatDataSize(file.sizeBytes),
-                    EntrySorting::typeText(name), file.lastModifiedUtc);
+        addTableRow(FileRow, file.vaultPath, name, Core::formatDataSize(file.sizeBytes),
+                    Core::EntrySorting::typeText(name), file.lastModifiedUtc);
     }
     m_fileTable->setUpdatesEnabled(true);
 
@@ -89,7 +89,7 @@ void MainWindow::addTableRow(RowKind kind, const QString& path, const QString& n
         sizeItem->setTextAlignment(Qt::AlignRight | Qt::AlignVCenter);
     }
     cell(3, type)->setTextAlignment(centred);
-    QTableWidgetItem* modifiedItem = cell(4, kind == ParentRow ? QString() : formatTableDate(modified));
+    QTableWidgetItem* modifiedItem = cell(4, kind == ParentRow ? QString() : Core::formatTableDate(modified));
     if (kind != ParentRow) {
         modifiedItem->setTextAlignment(centred);
     }

@@ -72,7 +72,7 @@ void MainWindow::createVault()
         return;
     }
     const bool created = m_vault.createVault(chosen, password);
-    SecretText::wipe(password);
+    Core::SecretText::wipe(password);
     if (!created) {
         MessageBoxes::warning(this, tr("Velmarin"), tr("Não foi possível criar o cofre."));
         return;
@@ -104,7 +104,7 @@ void MainWindow::unlockVault()
         return;
     }
     const bool unlocked = m_vault.unlock(m_containerPath, password);
-    SecretText::wipe(password);
+    Core::SecretText::wipe(password);
     if (!unlocked) {
         MessageBoxes::warning(
             this, tr("Velmarin"),
@@ -197,8 +197,8 @@ void MainWindow::changePassword()
     QByteArray replacement = dialog.newPassword();
     dialog.clearPasswords();
     const bool changed = m_vault.changePassword(m_containerPath, current, replacement);
-    SecretText::wipe(current);
-    SecretText::wipe(replacement);
+    Core::SecretText::wipe(current);
+    Core::SecretText::wipe(replacement);
     if (!changed) {
         MessageBoxes::warning(
             this, tr("Velmarin"),

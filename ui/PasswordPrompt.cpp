@@ -22,7 +22,7 @@ QByteArray PasswordPrompt::ask(const QString& title)
     }
     QString text = dialog.textValue();
     dialog.setTextValue(QString());
-    return SecretText::takeUtf8(text);
+    return Core::SecretText::takeUtf8(text);
 }
 
 QByteArray PasswordPrompt::askNew()
@@ -33,21 +33,21 @@ QByteArray PasswordPrompt::askNew()
     }
     QByteArray confirmation = ask(tr("Confirmar senha do cofre"));
     if (confirmation.isEmpty()) {
-        SecretText::wipe(first);
+        Core::SecretText::wipe(first);
         return {};
     }
     const bool same = first == confirmation;
-    SecretText::wipe(first);
+    Core::SecretText::wipe(first);
     if (!same) {
-        SecretText::wipe(confirmation);
+        Core::SecretText::wipe(confirmation);
         MessageBoxes::warning(nullptr, tr("Velmarin"), tr("As senhas informadas não coincidem."));
         return {};
     }
     QString typed = QString::fromUtf8(confirmation);
     const qsizetype length = typed.size();
-    SecretText::wipe(typed);
+    Core::SecretText::wipe(typed);
     if (length < 12) {
-        SecretText::wipe(confirmation);
+        Core::SecretText::wipe(confirmation);
         MessageBoxes::warning(nullptr, tr("Velmarin"),
                               tr("Use uma senha com pelo menos 12 caracteres para criar o cofre."));
         return {};

@@ -50,7 +50,8 @@ Core::ProgressCallback ProgressDialogs::compactionAdapter(QProgressDialog* dialo
 {
     return [dialog](qint64 done, qint64 total, const QString& label) {
         dialog->setValue(compactionValue(done, total));
-        dialog->setLabelText(tr("%1...\n%2 de %3").arg(label, formatDataSize(done), formatDataSize(total)));
+        dialog->setLabelText(
+            tr("%1...\n%2 de %3").arg(label, Core::formatDataSize(done), Core::formatDataSize(total)));
         QCoreApplication::processEvents();
     };
 }
@@ -59,8 +60,9 @@ Core::ProgressCallback ProgressDialogs::importAdapter(QProgressDialog* dialog, c
 {
     return [dialog, speedNote](qint64 done, qint64 total, const QString& label) {
         dialog->setValue(importValue(done, total));
-        dialog->setLabelText(tr("Importando %1...\n%2 de %3\n\n%4")
-                                 .arg(label, formatDataSize(done), formatDataSize(total), speedNote));
+        dialog->setLabelText(
+            tr("Importando %1...\n%2 de %3\n\n%4")
+                .arg(label, Core::formatDataSize(done), Core::formatDataSize(total), speedNote));
         QCoreApplication::processEvents();
     };
 }
@@ -70,7 +72,7 @@ std::function<void(qint64, qint64)> ProgressDialogs::backupAdapter(QProgressDial
     return [dialog](qint64 done, qint64 total) {
         dialog->setValue(compactionValue(done, total));
         dialog->setLabelText(tr("Copiando backup criptografado...\n%1 de %2")
-                                 .arg(formatDataSize(done), formatDataSize(total)));
+                                 .arg(Core::formatDataSize(done), Core::formatDataSize(total)));
         QCoreApplication::processEvents();
     };
 }

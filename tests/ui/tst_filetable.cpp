@@ -190,7 +190,7 @@ void FileTableTest::typeTexts()
 {
     QFETCH(QString, name);
     QFETCH(QString, type);
-    QCOMPARE(UI::EntrySorting::typeText(name), type);
+    QCOMPARE(Core::EntrySorting::typeText(name), type);
 }
 
 void FileTableTest::badgeTable_data()
@@ -268,9 +268,9 @@ void FileTableTest::rowIcons()
 
 void FileTableTest::invalidTimeShowsAnEmptyCell()
 {
-    QCOMPARE(UI::formatTableDate(QDateTime()), QString());
+    QCOMPARE(Core::formatTableDate(QDateTime()), QString());
     const QDateTime valid(QDate(2025, 12, 31), QTime(23, 59), Qt::UTC);
-    QCOMPARE(UI::formatTableDate(valid),
+    QCOMPARE(Core::formatTableDate(valid),
              QLocale().toString(valid.toLocalTime(), QStringLiteral("dd/MM/yyyy HH:mm")));
 }
 

@@ -3,11 +3,11 @@
 #include <QDateTime>
 #include <QString>
 
-namespace Velmarin::UI {
+namespace Velmarin::Core {
 
-// How sizes and dates read everywhere in the window: the user's locale, powers of 1024.
+// How sizes and dates read wherever they are shown: the user's locale, powers of 1024.
 QString formatDataSize(qint64 bytes);
 // "dd/MM/yyyy HH:mm" in local time; empty for an invalid time.
 QString formatTableDate(const QDateTime& time);
 
-} // namespace Velmarin::UI
+} // namespace Velmarin::Core

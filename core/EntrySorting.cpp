@@ -7,13 +7,13 @@
 
 #include <algorithm>
 
-namespace Velmarin::UI {
+namespace Velmarin::Core {
 
 namespace {
 
 int compareNames(const QString& pathA, const QString& pathB)
 {
-    return Core::vaultFileName(pathA).compare(Core::vaultFileName(pathB), Qt::CaseInsensitive);
+    return vaultFileName(pathA).compare(vaultFileName(pathB), Qt::CaseInsensitive);
 }
 
 template <typename Number>
@@ -33,7 +33,7 @@ void stableSort(QList<Entry>& entries, Qt::SortOrder order, Compare compare)
 
 } // namespace
 
-int EntrySorting::compareFolders(const Core::DirectoryEntry& a, const Core::DirectoryEntry& b, int column)
+int EntrySorting::compareFolders(const DirectoryEntry& a, const DirectoryEntry& b, int column)
 {
     if (column == 4) {
         const int byTime = threeWay(a.modifiedUtc, b.modifiedUtc);
@@ -44,7 +44,7 @@ int EntrySorting::compareFolders(const Core::DirectoryEntry& a, const Core::Dire
     return compareNames(a.path, b.path);
 }
 
-int EntrySorting::compareFiles(const Core::FileEntry& a, const Core::FileEntry& b, int column)
+int EntrySorting::compareFiles(const FileEntry& a, const FileEntry& b, int column)
 {
     int result = 0;
     switch (column) {
@@ -52,8 +52,8 @@ int EntrySorting::compareFiles(const Core::FileEntry& a, const Core::FileEntry& 
         result = threeWay(a.sizeBytes, b.sizeBytes);
         break;
     case 3:
-        result = typeText(Core::vaultFileName(a.vaultPath))
-                     .compare(typeText(Core::vaultFileName(b.vaultPath)), Qt::CaseInsensitive);
+        result = typeText(vaultFileName(a.vaultPath))
+                     .compare(typeText(vaultFileName(b.vaultPath)), Qt::CaseInsensitive);
         break;
     case 4:
         result = threeWay(a.lastModifiedUtc, b.lastModifiedUtc);
@@ -64,25 +64,24 @@ int EntrySorting::compareFiles(const Core::FileEntry& a, const Core::FileEntry& 
     return result != 0 ? result : compareNames(a.vaultPath, b.vaultPath);
 }
 
-void EntrySorting::sortFolders(QList<Core::DirectoryEntry>& folders, int column, Qt::SortOrder order)
+void EntrySorting::sortFolders(QList<DirectoryEntry>& folders, int column, Qt::SortOrder order)
 {
-    stableSort(folders, order, [column](const Core::DirectoryEntry& a, const Core::DirectoryEntry& b) {
+    stableSort(folders, order, [column](const DirectoryEntry& a, const DirectoryEntry& b) {
         return compareFolders(a, b, column);
     });
 }
 
-void EntrySorting::sortFiles(QList<Core::FileEntry>& files, int column, Qt::SortOrder order)
+void EntrySorting::sortFiles(QList<FileEntry>& files, int column, Qt::SortOrder order)
 {
-    stableSort(files, order, [column](const Core::FileEntry& a, const Core::FileEntry& b) {
-        return compareFiles(a, b, column);
-    });
+    stableSort(files, order,
+               [column](const FileEntry& a, const FileEntry& b) { return compareFiles(a, b, column); });
 }
 
 QString EntrySorting::typeText(const QString& fileName)
 {
     const QString suffix = QFileInfo(fileName).suffix();
-    return suffix.isEmpty() ? QCoreApplication::translate("Velmarin::UI::MainWindow", "Arquivo")
+    return suffix.isEmpty() ? QCoreApplication::translate("Velmarin::Core::EntrySorting", "Arquivo")
                             : suffix.toUpper();
 }
 
-} // namespace Velmarin::UI
+} // namespace Velmarin::Core

@@ -2,7 +2,7 @@
 
 #include <sodium.h>
 
-namespace Velmarin::UI {
+namespace Velmarin::Core {
 
 void SecretText::wipe(QByteArray& bytes)
 {
@@ -32,4 +32,4 @@ QByteArray SecretText::takeUtf8(QString& text)
     return bytes;
 }
 
-} // namespace Velmarin::UI
+} // namespace Velmarin::Core

@@ -2,7 +2,7 @@
 
 #include <QLocale>
 
-namespace Velmarin::UI {
+namespace Velmarin::Core {
 
 QString formatDataSize(qint64 bytes)
 {
@@ -17,4 +17,4 @@ QString formatTableDate(const QDateTime& time)
     return QLocale().toString(time.toLocalTime(), QStringLiteral("dd/MM/yyyy HH:mm"));
 }
 
-} // namespace Velmarin::UI
+} // namespace Velmarin::Core

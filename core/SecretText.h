@@ -3,10 +3,10 @@
 #include <QByteArray>
 #include <QString>
 
-namespace Velmarin::UI {
+namespace Velmarin::Core {
 
 // Wiping of password text held in Qt's strings. A string shared with another copy is detached by
-// writing to it, so each copy the window makes must be wiped where it is made.
+// writing to it, so each copy a front end makes must be wiped where it is made.
 class SecretText
 {
 public:
@@ -16,4 +16,4 @@ public:
     static QByteArray takeUtf8(QString& text);
 };
 
-} // namespace Velmarin::UI
+} // namespace Velmarin::Core
