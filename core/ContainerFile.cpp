@@ -98,6 +98,7 @@ bool ContainerFile::readHeader(const QString& path, ContainerHeader& out) const
         header.filePayloads.insert(it.key(), decodeBase64(it.value()));
     }
     header.payloadOffset = FileMagic.size() + line.size() + HeaderRegionSize;
+    header.headerLength = length;
     out = std::move(header);
     return true;
 }

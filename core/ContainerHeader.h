@@ -23,8 +23,10 @@ struct ContainerHeader
     QByteArray encryptedIndex;
     QByteArray encryptedPayload;
     QMap<QString, QByteArray> filePayloads;
-    // Set by the reader: where the payload region starts in the file it came from.
+    // Set by the reader: where the payload region starts in the file it came from, and the length of
+    // the JSON its length line announced.
     qint64 payloadOffset = 0;
+    qint64 headerLength = 0;
 };
 
 } // namespace Velmarin::Core

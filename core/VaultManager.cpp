@@ -4,6 +4,7 @@
 #include "PayloadStore.h"
 #include "VaultCompactor.h"
 #include "VaultPath.h"
+#include "VaultVerifier.h"
 
 #include <QFile>
 #include <QFileInfo>
@@ -30,6 +31,11 @@ VaultManager::~VaultManager() = default;
 bool VaultManager::isPasswordAcceptable(const QByteArray& password)
 {
     return QString::fromUtf8(password).size() >= MinimumPasswordLength;
+}
+
+bool VaultManager::canChange() const
+{
+    return isUnlocked() && m_access == Access::ReadWrite;
 }
 
 QByteArray VaultManager::blockKey() const
@@ -117,7 +123,7 @@ bool VaultManager::createVault(const QString& containerPath, const QByteArray& p
     return m_containerFile.writeNewContainer(containerPath, header);
 }
 
-bool VaultManager::unlock(const QString& containerPath, const QByteArray& password)
+bool VaultManager::unlock(const QString& containerPath, const QByteArray& password, Access access)
 {
     if (isUnlocked() || password.isEmpty()) {
         return false;
@@ -138,6 +144,10 @@ bool VaultManager::unlock(const QString& containerPath, const QByteArray& passwo
     m_index = std::move(index);
     m_containerPath = containerPath;
     m_state = State::Unlocked;
+    m_access = access;
+    if (access == Access::ReadOnly) {
+        return true;
+    }
     // Failing to take the workspace still leaves the session open; the next lock releases it.
     return m_workspace.acquire();
 }
@@ -157,6 +167,7 @@ bool VaultManager::lock()
     m_masterKey.clear();
     m_index.clear();
     m_state = State::Locked;
+    m_access = Access::ReadWrite;
     return released;
 }
 
@@ -208,7 +219,7 @@ bool VaultManager::saveIndex(ContainerHeader& header, const VaultIndex& newIndex
 bool VaultManager::importFile(const QString& sourcePath, const QString& vaultPath,
                               const ProgressCallback& progress)
 {
-    if (!isUnlocked()) {
+    if (!canChange()) {
         return false;
     }
     const QString target = normalizeVaultPath(vaultPath);
@@ -305,7 +316,7 @@ bool VaultManager::exportFile(const QString& vaultPath, const QString& destinati
 bool VaultManager::createFolder(const QString& path)
 {
     const QString folder = normalizeVaultPath(path);
-    if (!isUnlocked() || folder.isEmpty() || m_index.fileExists(folder) || m_index.directoryExists(folder)) {
+    if (!canChange() || folder.isEmpty() || m_index.fileExists(folder) || m_index.directoryExists(folder)) {
         return false;
     }
     VaultIndex newIndex = m_index;
@@ -318,7 +329,7 @@ bool VaultManager::createFolder(const QString& path)
 bool VaultManager::deleteEmptyFolder(const QString& path)
 {
     const QString folder = normalizeVaultPath(path);
-    if (!isUnlocked() || folder.isEmpty()) {
+    if (!canChange() || folder.isEmpty()) {
         return false;
     }
     const DirectoryEntry* stored = m_index.findDirectory(folder);
@@ -332,7 +343,7 @@ bool VaultManager::deleteEmptyFolder(const QString& path)
 bool VaultManager::deleteFile(const QString& path)
 {
     const QString file = normalizeVaultPath(path);
-    if (!isUnlocked() || file.isEmpty()) {
+    if (!canChange() || file.isEmpty()) {
         return false;
     }
     const FileEntry* stored = m_index.findFile(file);
@@ -347,7 +358,7 @@ bool VaultManager::moveFile(const QString& path, const QString& destinationFolde
 {
     const QString oldPath = normalizeVaultPath(path);
     const QString folder = normalizeVaultPath(destinationFolder);
-    if (!isUnlocked() || oldPath.isEmpty() || !m_index.fileExists(oldPath)) {
+    if (!canChange() || oldPath.isEmpty() || !m_index.fileExists(oldPath)) {
         return false;
     }
     if (!folder.isEmpty() && !m_index.directoryExists(folder)) {
@@ -367,7 +378,7 @@ bool VaultManager::renameFile(const QString& oldPath, const QString& newPath)
     const QString from = normalizeVaultPath(oldPath);
     const QString to = normalizeVaultPath(newPath);
     // A change of letter case alone is refused: existence tests could not tell the two apart.
-    if (!isUnlocked() || from.isEmpty() || to.isEmpty() || isSameVaultPath(from, to)) {
+    if (!canChange() || from.isEmpty() || to.isEmpty() || isSameVaultPath(from, to)) {
         return false;
     }
     if (!m_index.fileExists(from) || m_index.fileExists(to) || m_index.directoryExists(to) ||
@@ -398,7 +409,7 @@ bool VaultManager::renameFolder(const QString& oldPath, const QString& newPath)
 {
     const QString from = normalizeVaultPath(oldPath);
     const QString to = normalizeVaultPath(newPath);
-    if (!isUnlocked() || from.isEmpty() || to.isEmpty() || isSameVaultPath(from, to) || liesBelow(to, from)) {
+    if (!canChange() || from.isEmpty() || to.isEmpty() || isSameVaultPath(from, to) || liesBelow(to, from)) {
         return false;
     }
     if (!m_index.directoryExists(from) || m_index.directoryExists(to) || m_index.fileExists(to) ||
@@ -451,7 +462,7 @@ bool VaultManager::isOpenForEdit(const QString& vaultPath) const
 
 bool VaultManager::openForEdit(const QString& vaultPath, QString* localPath)
 {
-    if (!isUnlocked() || localPath == nullptr) {
+    if (!canChange() || localPath == nullptr) {
         return false;
     }
     const QString path = normalizeVaultPath(vaultPath);
@@ -482,7 +493,7 @@ bool VaultManager::compactVault(const ProgressCallback& progress, QString* prese
     if (preservedPath != nullptr) {
         preservedPath->clear();
     }
-    if (!isUnlocked() || m_containerPath.isEmpty()) {
+    if (!canChange() || m_containerPath.isEmpty()) {
         return false;
     }
     const IndexCipher cipher = indexCipher();
@@ -493,6 +504,17 @@ bool VaultManager::compactVault(const ProgressCallback& progress, QString* prese
     }
     m_index = std::move(compacted);
     return true;
+}
+
+bool VaultManager::verifyContents(VerificationReport& report, const ProgressCallback& progress) const
+{
+    report = VerificationReport();
+    ContainerHeader header;
+    if (!isUnlocked() || !m_containerFile.readHeader(m_containerPath, header)) {
+        return false;
+    }
+    const PayloadStore store = payloadStore();
+    return VaultVerifier(store).verify(m_containerPath, header.payloadOffset, m_index, progress, report);
 }
 
 } // namespace Velmarin::Core

@@ -5,6 +5,7 @@
 #include "SecretBytes.h"
 #include "VaultCrypto.h"
 #include "VaultIndex.h"
+#include "VerificationReport.h"
 #include "Workspace.h"
 
 #include <QByteArray>
@@ -30,6 +31,14 @@ public:
         Unlocked = 1
     };
 
+    // A read-only session takes no workspace and refuses every change, so listing, exporting and
+    // checking a vault write nothing anywhere.
+    enum class Access
+    {
+        ReadWrite,
+        ReadOnly
+    };
+
     // The workspace goes below workspaceParent, by default the system's temporary folder.
     explicit VaultManager(const QString& workspaceParent = QString());
     ~VaultManager();
@@ -38,13 +47,14 @@ public:
 
     // Passwords are the UTF-8 bytes of what the user typed; the caller owns and wipes them.
     bool createVault(const QString& containerPath, const QByteArray& password);
-    bool unlock(const QString& containerPath, const QByteArray& password);
+    bool unlock(const QString& containerPath, const QByteArray& password, Access access = Access::ReadWrite);
     bool lock();
     bool changePassword(const QString& containerPath, const QByteArray& currentPassword,
                         const QByteArray& newPassword);
 
     State state() const { return m_state; }
     bool isUnlocked() const { return m_state == State::Unlocked; }
+    Access access() const { return m_access; }
     QString containerPath() const { return m_containerPath; }
     const VaultIndex& index() const { return m_index; }
     QString workspaceDirectory() const { return m_workspace.directory(); }
@@ -70,7 +80,13 @@ public:
 
     bool compactVault(const ProgressCallback& progress, QString* preservedPath);
 
+    // Decrypts every block of every file and checks sizes and digests; works in read-only sessions.
+    // False when the container could not be read at all; damage found goes into report.
+    bool verifyContents(VerificationReport& report, const ProgressCallback& progress = {}) const;
+
 private:
+    // Unlocked, and not read-only.
+    bool canChange() const;
     QByteArray blockKey() const;
     PayloadStore payloadStore() const;
     // A copy of the live index with the file at oldPath (any letter case) moved to newPath.
@@ -90,6 +106,7 @@ private:
     ContainerFile m_containerFile;
     Workspace m_workspace;
     State m_state = State::Locked;
+    Access m_access = Access::ReadWrite;
     QString m_containerPath;
     SecretBytes m_masterKey;
     VaultIndex m_index;

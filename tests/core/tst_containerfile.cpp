@@ -164,6 +164,7 @@ void TestContainerFile::readsAMinimalHeader()
     QVERIFY(m_file.readHeader(container, header));
     QCOMPARE(header.formatVersion, 3);
     QCOMPARE(header.payloadOffset, 8388636);
+    QCOMPARE(header.headerLength, MinimalJson.size());
     QCOMPARE(header.crypto.kdfIterations, 250000);
     QVERIFY(header.crypto.salt.isEmpty());
     QVERIFY(header.encryptedIndex.isEmpty());
@@ -227,6 +228,7 @@ void TestContainerFile::lengthOf8388608IsAccepted()
     ContainerHeader header;
     QVERIFY(m_file.readHeader(container, header));
     QCOMPARE(header.payloadOffset, 8388636);
+    QCOMPARE(header.headerLength, 8388608);
 }
 
 void TestContainerFile::unpaddedLengthLineMovesThePayloadOffset()
@@ -243,6 +245,7 @@ void TestContainerFile::unpaddedLengthLineMovesThePayloadOffset()
     QVERIFY(TestFiles::write(spaced, containerBytes(MinimalJson, "  36 \n")));
     QVERIFY(m_file.readHeader(spaced, header));
     QCOMPARE(header.payloadOffset, 7 + 6 + Region);
+    QCOMPARE(header.headerLength, 36);
 }
 
 void TestContainerFile::lenientBase64StillDecodes()

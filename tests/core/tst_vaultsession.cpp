@@ -5,6 +5,7 @@
 #include "VaultCrypto.h"
 #include "VaultManager.h"
 
+#include <QBuffer>
 #include <QTemporaryDir>
 #include <QtTest>
 
@@ -34,6 +35,7 @@ private Q_SLOTS:
     void lockWhenLockedReportsTheRelease();
     void failedWorkspaceStillLeavesTheSessionOpen();
     void secondUnlockWhileUnlockedIsRefused();
+    void readOnlySessionWritesNothingAndRefusesChanges();
 
 private:
     QString path(const QString& name) const { return m_dir->filePath(name); }
@@ -311,6 +313,52 @@ void TestVaultSession::secondUnlockWhileUnlockedIsRefused()
     QVERIFY(!vault.createVault(other, TestFiles::password()));
     QCOMPARE(vault.containerPath(), m_container);
     QVERIFY(vault.isUnlocked());
+}
+
+void TestVaultSession::readOnlySessionWritesNothingAndRefusesChanges()
+{
+    const QString workspaceParent = path(QStringLiteral("area"));
+    const QString source = path(QStringLiteral("nota.txt"));
+    QVERIFY(TestFiles::write(source, "conteúdo da nota"));
+    VaultManager vault(workspaceParent);
+    QVERIFY(vault.unlock(m_container, TestFiles::password()));
+    QVERIFY(vault.importFile(source, QStringLiteral("Docs/nota.txt")));
+    QVERIFY(vault.createFolder(QStringLiteral("Vazia")));
+    QVERIFY(vault.lock());
+    QVERIFY(QDir(workspaceParent).removeRecursively());
+    const QByteArray before = TestFiles::read(m_container);
+
+    QVERIFY(vault.unlock(m_container, TestFiles::password(), VaultManager::Access::ReadOnly));
+    QCOMPARE(vault.access(), VaultManager::Access::ReadOnly);
+    QVERIFY(!QFileInfo::exists(workspaceParent));
+    QVERIFY(vault.fileExists(QStringLiteral("docs/NOTA.txt")));
+    QBuffer exported;
+    QVERIFY(exported.open(QIODevice::WriteOnly));
+    QVERIFY(vault.exportFile(QStringLiteral("Docs/nota.txt"), &exported));
+    QCOMPARE(exported.data(), QByteArray("conteúdo da nota"));
+
+    QString local;
+    QString preserved;
+    QVERIFY(!vault.importFile(source, QStringLiteral("outra.txt")));
+    QVERIFY(!vault.createFolder(QStringLiteral("Nova")));
+    QVERIFY(!vault.deleteEmptyFolder(QStringLiteral("Vazia")));
+    QVERIFY(!vault.deleteFile(QStringLiteral("Docs/nota.txt")));
+    QVERIFY(!vault.moveFile(QStringLiteral("Docs/nota.txt"), QStringLiteral("Vazia")));
+    QVERIFY(!vault.renameFile(QStringLiteral("Docs/nota.txt"), QStringLiteral("Docs/outra.txt")));
+    QVERIFY(!vault.renameFolder(QStringLiteral("Vazia"), QStringLiteral("Cheia")));
+    QVERIFY(!vault.openForEdit(QStringLiteral("Docs/nota.txt"), &local));
+    QVERIFY(!vault.compactVault({}, &preserved));
+    QVERIFY(local.isEmpty());
+    QVERIFY(!QFileInfo::exists(workspaceParent));
+    QCOMPARE(TestFiles::read(m_container), before);
+    QCOMPARE(vault.index().files().size(), 1);
+
+    // Locking ends the read-only mode: the next session may change things again.
+    QVERIFY(vault.lock());
+    QCOMPARE(vault.access(), VaultManager::Access::ReadWrite);
+    QVERIFY(vault.unlock(m_container, TestFiles::password()));
+    QVERIFY(QFileInfo::exists(vault.workspaceDirectory()));
+    QVERIFY(vault.createFolder(QStringLiteral("Nova")));
 }
 
 QTEST_GUILESS_MAIN(TestVaultSession)
