@@ -52,4 +52,17 @@ QString joinVaultPath(const QString& folder, const QString& name)
     return folder.isEmpty() ? name : folder + QLatin1Char('/') + name;
 }
 
+bool isValidEntryName(const QString& name)
+{
+    const QString trimmed = name.trimmed();
+    return !trimmed.isEmpty() && !trimmed.contains(QLatin1Char('/')) &&
+           !trimmed.contains(QLatin1Char('\\')) && trimmed != QLatin1String(".") &&
+           trimmed != QLatin1String("..");
+}
+
+QString joinEntryPath(const QString& folder, const QString& name)
+{
+    return normalizeVaultPath(joinVaultPath(folder, name));
+}
+
 } // namespace Velmarin::Core

@@ -1,7 +1,7 @@
 // Actions on the entries of the unlocked vault: import, export, open, move, rename, new folder
 // and the two deletes. Each checks, asks, calls the engine once, then refreshes and reports.
 #include "DisplayFormat.h"
-#include "EntryNames.h"
+#include "ImportSpace.h"
 #include "MainWindow.h"
 #include "MessageBoxes.h"
 #include "MoveFileDialog.h"
@@ -13,15 +13,6 @@
 #include <QUrl>
 
 namespace Velmarin::UI {
-
-namespace {
-
-// Room kept free beyond the files themselves: one block in flight and the header's growth.
-constexpr qint64 ImportReserve = 16 * 1024 * 1024;
-// Below this much left over, the user is asked before the drive is nearly filled.
-constexpr qint64 ComfortableRemainder = 128 * 1024 * 1024;
-
-} // namespace
 
 void MainWindow::importFiles()
 {
@@ -39,7 +30,7 @@ void MainWindow::importFiles()
 
     int imported = 0;
     for (const QString& file : files) {
-        const QString vaultPath = joinEntryPath(m_currentFolder, QFileInfo(file).fileName());
+        const QString vaultPath = Core::joinEntryPath(m_currentFolder, QFileInfo(file).fileName());
         progress->setValue(0);
         progress->setLabelText(tr("Importando %1...\n\n%2").arg(Core::vaultFileName(vaultPath), speedNote));
         QCoreApplication::processEvents();
@@ -88,7 +79,7 @@ bool MainWindow::confirmImportSpace(const QStringList& files)
                               tr("Não foi possível verificar o espaço livre da unidade do container."));
         return false;
     }
-    const qint64 required = ImportReserve + static_cast<qint64>(1.05 * static_cast<double>(total));
+    const qint64 required = Core::ImportSpace::required(total);
     if (required > *available) {
         MessageBoxes::warning(
             nullptr, tr("Espaço insuficiente"),
@@ -99,7 +90,7 @@ bool MainWindow::confirmImportSpace(const QStringList& files)
         return false;
     }
     const qint64 remaining = *available - required;
-    if (remaining >= ComfortableRemainder) {
+    if (remaining >= Core::ImportSpace::ComfortableRemainder) {
         return true;
     }
     return MessageBoxes::askYesNo(
@@ -188,7 +179,7 @@ void MainWindow::moveFile()
         return;
     }
     const QString folder = dialog.chosenFolder();
-    if (entryExists(joinEntryPath(folder, name))) {
+    if (entryExists(Core::joinEntryPath(folder, name))) {
         MessageBoxes::warning(this, title, tr("Já existe um item com esse nome na pasta de destino."));
         return;
     }
@@ -230,7 +221,7 @@ void MainWindow::renameEntry(bool folder)
     if (!accepted || name.isEmpty() || name == currentName) {
         return;
     }
-    if (!isValidEntryName(name)) {
+    if (!Core::isValidEntryName(name)) {
         MessageBoxes::warning(this, title,
                               folder
                                   ? tr("Use um nome de pasta simples, sem barras, pontos isolados ou caminho "
@@ -239,7 +230,7 @@ void MainWindow::renameEntry(bool folder)
                                        "caminho relativo."));
         return;
     }
-    const QString newPath = joinEntryPath(Core::parentVaultPath(oldPath), name);
+    const QString newPath = Core::joinEntryPath(Core::parentVaultPath(oldPath), name);
     if (entryExists(newPath)) {
         MessageBoxes::warning(this, title, tr("Já existe um item com esse nome nesta pasta."));
         return;
@@ -269,13 +260,13 @@ void MainWindow::createFolder()
     if (!accepted || name.isEmpty()) {
         return;
     }
-    if (!isValidEntryName(name)) {
+    if (!Core::isValidEntryName(name)) {
         MessageBoxes::warning(
             this, title,
             tr("Use um nome de pasta simples, sem barras, pontos isolados ou caminho relativo."));
         return;
     }
-    const QString path = joinEntryPath(m_currentFolder, name);
+    const QString path = Core::joinEntryPath(m_currentFolder, name);
     if (entryExists(path)) {
         MessageBoxes::warning(this, title, tr("Já existe um item com esse nome nesta pasta."));
         return;

@@ -29,6 +29,8 @@ class TestVaultIndex : public QObject
 private Q_SLOTS:
     void normalizesPaths_data();
     void normalizesPaths();
+    void entryNamesAreSingleSegments_data();
+    void entryNamesAreSingleSegments();
     void ensureParentDirectoriesAddsEveryMissingAncestor();
     void ensureParentDirectoriesSkipsExistingInAnyCase();
     void existenceTestsIgnoreLetterCase();
@@ -73,6 +75,31 @@ void TestVaultIndex::normalizesPaths()
     QFETCH(QString, typed);
     QFETCH(QString, normalized);
     QCOMPARE(normalizeVaultPath(typed), normalized);
+}
+
+void TestVaultIndex::entryNamesAreSingleSegments_data()
+{
+    QTest::addColumn<QString>("name");
+    QTest::addColumn<bool>("valid");
+    QTest::addColumn<QString>("joinedUnderDocs");
+    QTest::newRow("plain") << QStringLiteral("notas.txt") << true << QStringLiteral("Docs/notas.txt");
+    QTest::newRow("spaces trimmed") << QStringLiteral("  ação 1  ") << true << QStringLiteral("Docs/ação 1");
+    QTest::newRow("three dots") << QStringLiteral("...") << true << QStringLiteral("Docs/...");
+    QTest::newRow("empty") << QString() << false << QStringLiteral("Docs");
+    QTest::newRow("blank") << QStringLiteral("   ") << false << QStringLiteral("Docs");
+    QTest::newRow("slash") << QStringLiteral("a/b") << false << QStringLiteral("Docs/a/b");
+    QTest::newRow("backslash") << QStringLiteral("a\\b") << false << QStringLiteral("Docs/a/b");
+    QTest::newRow("dot") << QStringLiteral(".") << false << QString();
+    QTest::newRow("dot dot") << QStringLiteral("..") << false << QString();
+}
+
+void TestVaultIndex::entryNamesAreSingleSegments()
+{
+    QFETCH(QString, name);
+    QFETCH(bool, valid);
+    QFETCH(QString, joinedUnderDocs);
+    QCOMPARE(isValidEntryName(name), valid);
+    QCOMPARE(joinEntryPath(QStringLiteral("Docs"), name), joinedUnderDocs);
 }
 
 void TestVaultIndex::ensureParentDirectoriesAddsEveryMissingAncestor()
