@@ -38,6 +38,16 @@ bool VaultManager::canChange() const
     return isUnlocked() && m_access == Access::ReadWrite;
 }
 
+bool VaultManager::crossesFile(const QString& path) const
+{
+    for (QString folder = parentVaultPath(path); !folder.isEmpty(); folder = parentVaultPath(folder)) {
+        if (m_index.fileExists(folder)) {
+            return true;
+        }
+    }
+    return false;
+}
+
 QByteArray VaultManager::blockKey() const
 {
     return m_masterKey.view(VaultCrypto::KeySize);
@@ -224,7 +234,8 @@ bool VaultManager::importFile(const QString& sourcePath, const QString& vaultPat
     }
     const QString target = normalizeVaultPath(vaultPath);
     const QFileInfo sourceInfo(sourcePath);
-    if (target.isEmpty() || !sourceInfo.exists() || !sourceInfo.isFile()) {
+    if (target.isEmpty() || crossesFile(target) || m_index.directoryExists(target) || !sourceInfo.exists() ||
+        !sourceInfo.isFile()) {
         return false;
     }
     QFile source(sourcePath);
@@ -316,7 +327,8 @@ bool VaultManager::exportFile(const QString& vaultPath, const QString& destinati
 bool VaultManager::createFolder(const QString& path)
 {
     const QString folder = normalizeVaultPath(path);
-    if (!canChange() || folder.isEmpty() || m_index.fileExists(folder) || m_index.directoryExists(folder)) {
+    if (!canChange() || folder.isEmpty() || m_index.fileExists(folder) || m_index.directoryExists(folder) ||
+        crossesFile(folder)) {
         return false;
     }
     VaultIndex newIndex = m_index;
@@ -413,7 +425,7 @@ bool VaultManager::renameFolder(const QString& oldPath, const QString& newPath)
         return false;
     }
     if (!m_index.directoryExists(from) || m_index.directoryExists(to) || m_index.fileExists(to) ||
-        m_workspace.holdsOpenFile(from)) {
+        crossesFile(to) || m_workspace.holdsOpenFile(from)) {
         return false;
     }
     // The new index starts with the ancestors the new place still lacks.

@@ -87,6 +87,8 @@ public:
 private:
     // Unlocked, and not read-only.
     bool canChange() const;
+    // True when a file stands where one of path's folders would have to be.
+    bool crossesFile(const QString& path) const;
     QByteArray blockKey() const;
     PayloadStore payloadStore() const;
     // A copy of the live index with the file at oldPath (any letter case) moved to newPath.

@@ -31,6 +31,7 @@ private Q_SLOTS:
     void refusalsLeaveContainerAndIndexAsTheyWere();
     void unreadableHeaderKeepsTheLiveIndex();
     void lockedVaultRefusesEverything();
+    void nothingIsPlacedOnOrUnderAFile();
 
 private:
     QString path(const QString& name) const { return m_fixture.path(name); }
@@ -271,6 +272,28 @@ void TestEntryOperations::lockedVaultRefusesEverything()
     QVERIFY(!m_fixture.vault().renameFolder(QStringLiteral("Docs"), QStringLiteral("Outra")));
     QVERIFY(!m_fixture.vault().fileExists(QStringLiteral("a.txt")));
     QCOMPARE(TestFiles::read(m_fixture.container()), bytes);
+}
+
+void TestEntryOperations::nothingIsPlacedOnOrUnderAFile()
+{
+    VaultManager& vault = m_fixture.vault();
+    QVERIFY(m_fixture.importText(QStringLiteral("Docs"), "um arquivo chamado Docs"));
+    QVERIFY(vault.createFolder(QStringLiteral("Pasta")));
+    const QString source = path(QStringLiteral("fonte.txt"));
+    QVERIFY(TestFiles::write(source, "conteúdo"));
+    const QByteArray before = TestFiles::read(m_fixture.container());
+
+    // A file and a folder of one name could never both be shown, so neither operation may make one.
+    QVERIFY(!vault.importFile(source, QStringLiteral("docs/dentro.txt")));
+    QVERIFY(!vault.importFile(source, QStringLiteral("Docs/sub/fundo.txt")));
+    QVERIFY(!vault.importFile(source, QStringLiteral("PASTA")));
+    QVERIFY(!vault.createFolder(QStringLiteral("Docs/sub")));
+    QVERIFY(!vault.renameFolder(QStringLiteral("Pasta"), QStringLiteral("Docs/Pasta")));
+    QCOMPARE(TestFiles::read(m_fixture.container()), before);
+    QCOMPARE(VaultFixture::filePaths(vault.index()), QStringList{QStringLiteral("Docs")});
+    QCOMPARE(VaultFixture::directoryPaths(vault.index()), QStringList{QStringLiteral("Pasta")});
+
+    QVERIFY(vault.importFile(source, QStringLiteral("Pasta/dentro.txt")));
 }
 
 QTEST_GUILESS_MAIN(TestEntryOperations)
