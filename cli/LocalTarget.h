@@ -1,0 +1,23 @@
+#pragma once
+
+#include <QCoreApplication>
+#include <QString>
+
+namespace Velmarin::Cli {
+
+class Console;
+
+// A file the tool is about to write outside the vault (a new container, an export, a backup).
+class LocalTarget
+{
+    Q_DECLARE_TR_FUNCTIONS(LocalTarget)
+
+public:
+    // The argument itself, or nameInFolder inside it when the argument is an existing folder.
+    static QString resolve(const QString& argument, const QString& nameInFolder);
+    // ExitCode::Success when path can be written: its folder exists, it is not a folder, and it
+    // does not exist yet unless force. Otherwise Failed after telling why.
+    static int checkWritable(Console& console, const QString& path, bool force);
+};
+
+} // namespace Velmarin::Cli

@@ -1,0 +1,176 @@
+#include "PasswordSource.h"
+
+#include "Console.h"
+#include "ExitCode.h"
+#include "TerminalInput.h"
+
+#include <QFile>
+
+#include <sodium.h>
+
+#include <cstdio>
+
+namespace Velmarin::Cli {
+
+namespace {
+
+const char* const PasswordVariable = "VELMARIN_PASSWORD";
+const char* const NewPasswordVariable = "VELMARIN_NEW_PASSWORD";
+// A password file holds one line; anything longer is a wrong file, not a password.
+constexpr qint64 MaximumPasswordBytes = 4096;
+
+// One line end belongs to the file, not to the password: "\n", or "\r\n" from a Windows editor.
+void dropLineEnd(QByteArray& bytes)
+{
+    if (bytes.endsWith('\n')) {
+        bytes.chop(1);
+        if (bytes.endsWith('\r')) {
+            bytes.chop(1);
+        }
+    }
+}
+
+} // namespace
+
+PasswordSource::PasswordSource(Console& console, Environment environment, bool inputIsTerminal)
+    : m_console(console)
+    , m_environment(std::move(environment))
+    , m_inputIsTerminal(inputIsTerminal)
+{}
+
+int PasswordSource::current(const QString& passwordFile, const QString& prompt, PasswordBytes& password)
+{
+    if (!passwordFile.isEmpty()) {
+        return fromFile(passwordFile, password);
+    }
+    int code = Success;
+    if (fromEnvironment(PasswordVariable, password, code)) {
+        return code;
+    }
+    if (!m_inputIsTerminal) {
+        m_console.message(
+            tr("Informe a senha com --password-file, com a variável VELMARIN_PASSWORD ou em um terminal."));
+        return UsageError;
+    }
+    return fromTerminal(prompt, password);
+}
+
+int PasswordSource::fresh(const QString& passwordFile, const NewPasswordPrompts& prompts,
+                          PasswordBytes& password)
+{
+    if (!passwordFile.isEmpty()) {
+        return fromFile(passwordFile, password);
+    }
+    int code = Success;
+    if (fromEnvironment(NewPasswordVariable, password, code)) {
+        return code;
+    }
+    if (!m_inputIsTerminal) {
+        m_console.message(tr("Informe a nova senha com --new-password-file, com a variável "
+                             "VELMARIN_NEW_PASSWORD ou em um terminal."));
+        return UsageError;
+    }
+    PasswordBytes first;
+    const int typed = fromTerminal(prompts.first, first);
+    if (typed != Success) {
+        return typed;
+    }
+    PasswordBytes confirmation;
+    const int confirmed = fromTerminal(prompts.confirmation, confirmation);
+    if (confirmed != Success) {
+        return confirmed;
+    }
+    if (first.bytes() != confirmation.bytes()) {
+        m_console.message(prompts.mismatch);
+        return UsageError;
+    }
+    password = std::move(first);
+    return Success;
+}
+
+int PasswordSource::fromFile(const QString& path, PasswordBytes& password)
+{
+    const bool standardInput = path == QLatin1String("-");
+    if (standardInput && m_standardInputUsed) {
+        m_console.message(tr("A entrada padrão só pode fornecer uma das senhas."));
+        return UsageError;
+    }
+    QFile file;
+    const bool opened = standardInput ? file.open(stdin, QIODevice::ReadOnly)
+                                      : (file.setFileName(path), file.open(QIODevice::ReadOnly));
+    const QString shownName = standardInput ? tr("da entrada padrão") : path;
+    if (!opened) {
+        m_console.message(tr("Não foi possível ler o arquivo de senha %1.").arg(shownName));
+        return UsageError;
+    }
+    m_standardInputUsed = m_standardInputUsed || standardInput;
+
+    // Read into one buffer of fixed size, so no growing array leaves copies behind.
+    QByteArray bytes(MaximumPasswordBytes + 1, '\0');
+    qint64 length = 0;
+    while (length < bytes.size()) {
+        const qint64 read = file.read(bytes.data() + length, bytes.size() - length);
+        if (read <= 0) {
+            break;
+        }
+        length += read;
+    }
+    if (length > MaximumPasswordBytes) {
+        sodium_memzero(bytes.data(), static_cast<size_t>(bytes.size()));
+        m_console.message(tr("O arquivo de senha %1 é grande demais para conter uma senha.").arg(shownName));
+        return UsageError;
+    }
+    sodium_memzero(bytes.data() + length, static_cast<size_t>(bytes.size() - length));
+    bytes.truncate(static_cast<qsizetype>(length));
+    dropLineEnd(bytes);
+    password.take(bytes);
+    if (password.isEmpty()) {
+        m_console.message(tr("O arquivo de senha %1 está vazio.").arg(shownName));
+        return UsageError;
+    }
+    return Success;
+}
+
+bool PasswordSource::fromEnvironment(const char* name, PasswordBytes& password, int& code)
+{
+    QByteArray value = m_environment ? m_environment(name) : QByteArray();
+    if (value.isNull()) {
+        return false;
+    }
+    password.take(value);
+    code = Success;
+    if (password.isEmpty()) {
+        m_console.message(tr("A variável %1 está vazia.").arg(QLatin1String(name)));
+        code = UsageError;
+    }
+    return true;
+}
+
+int PasswordSource::fromTerminal(const QString& prompt, PasswordBytes& password)
+{
+    QByteArray buffer(static_cast<qsizetype>(MaximumPasswordBytes), '\0');
+    std::size_t length = 0;
+    m_console.prompt(prompt);
+    const TerminalInput::Result result =
+        TerminalInput::readHiddenLine(buffer.data(), static_cast<std::size_t>(buffer.size()), length);
+    m_console.endPromptLine();
+    buffer.truncate(static_cast<qsizetype>(length));
+    password.take(buffer);
+    if (result == TerminalInput::Result::Cancelled) {
+        password = PasswordBytes();
+        m_console.message(tr("Operação cancelada."));
+        return Failed;
+    }
+    if (result != TerminalInput::Result::Line) {
+        password = PasswordBytes();
+        m_console.message(tr("Não foi possível ler a senha do terminal."));
+        return Failed;
+    }
+    if (password.isEmpty()) {
+        m_console.message(tr("A senha informada está vazia."));
+        return UsageError;
+    }
+    return Success;
+}
+
+} // namespace Velmarin::Cli

@@ -1,0 +1,68 @@
+#include "VaultAccess.h"
+
+#include "Command.h"
+#include "Console.h"
+#include "ContainerFile.h"
+#include "ExitCode.h"
+#include "PasswordSource.h"
+
+#include <QFileInfo>
+
+namespace Velmarin::Cli {
+
+VaultAccess::VaultAccess(const CommandContext& context)
+    : m_context(context)
+{}
+
+VaultAccess::~VaultAccess()
+{
+    m_vault.lock();
+}
+
+int VaultAccess::checkContainer(Console& console, const QString& containerPath, Core::ContainerHeader& header)
+{
+    if (!QFileInfo::exists(containerPath)) {
+        console.message(tr("O arquivo do container não foi encontrado."));
+        return Failed;
+    }
+    if (!Core::ContainerFile().readHeader(containerPath, header)) {
+        console.message(tr("%1 não é um container Velmarin válido.").arg(containerPath));
+        return NoAccess;
+    }
+    return Success;
+}
+
+int VaultAccess::open(const QString& containerPath, Core::VaultManager::Access access)
+{
+    Core::ContainerHeader header;
+    const int checked = checkContainer(m_context.console, containerPath, header);
+    if (checked != Success) {
+        return checked;
+    }
+    PasswordBytes password;
+    const int read = m_context.passwords.current(m_context.passwordFile(), tr("Senha do cofre: "), password);
+    if (read != Success) {
+        return read;
+    }
+    if (!m_vault.unlock(containerPath, password.bytes(), access)) {
+        if (m_vault.isUnlocked()) {
+            m_context.console.message(tr("Não foi possível preparar a área temporária do cofre."));
+            return Failed;
+        }
+        m_context.console.message(
+            tr("Não foi possível desbloquear o cofre. Verifique a senha ou se o container foi alterado."));
+        return NoAccess;
+    }
+    return Success;
+}
+
+int VaultAccess::close()
+{
+    if (!m_vault.lock()) {
+        m_context.console.message(tr("Não foi possível limpar a área temporária."));
+        return Failed;
+    }
+    return Success;
+}
+
+} // namespace Velmarin::Cli

@@ -1,0 +1,41 @@
+#pragma once
+
+#include "ContainerHeader.h"
+#include "VaultManager.h"
+
+#include <QCoreApplication>
+#include <QString>
+
+namespace Velmarin::Cli {
+
+class Console;
+struct CommandContext;
+
+// Opens the container a command names: checks the file, reads the password, unlocks, and locks
+// again when the command is done, whatever way it leaves.
+class VaultAccess
+{
+    Q_DECLARE_TR_FUNCTIONS(VaultAccess)
+
+public:
+    explicit VaultAccess(const CommandContext& context);
+    ~VaultAccess();
+    VaultAccess(const VaultAccess&) = delete;
+    VaultAccess& operator=(const VaultAccess&) = delete;
+
+    // ExitCode::Success once unlocked, or the code to exit with after telling why.
+    int open(const QString& containerPath, Core::VaultManager::Access access);
+    // Success, or Failed after telling why.
+    int close();
+
+    Core::VaultManager& vault() { return m_vault; }
+
+    // The file exists and its header reads: Success, Failed for a missing file, NoAccess otherwise.
+    static int checkContainer(Console& console, const QString& containerPath, Core::ContainerHeader& header);
+
+private:
+    const CommandContext& m_context;
+    Core::VaultManager m_vault;
+};
+
+} // namespace Velmarin::Cli

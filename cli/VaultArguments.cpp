@@ -1,0 +1,30 @@
+#include "VaultArguments.h"
+
+#include "Console.h"
+#include "ExitCode.h"
+#include "VaultPath.h"
+
+namespace Velmarin::Cli {
+
+int VaultArguments::entryPath(Console& console, const QString& text, QString& path)
+{
+    path = Core::normalizeVaultPath(text);
+    if (path.isEmpty()) {
+        console.message(tr("Caminho inválido no cofre: \"%1\"").arg(text));
+        return UsageError;
+    }
+    return Success;
+}
+
+int VaultArguments::folderPath(Console& console, const QString& text, QString& path)
+{
+    QString slashesRemoved = text.trimmed();
+    slashesRemoved.remove(QLatin1Char('/')).remove(QLatin1Char('\\'));
+    if (slashesRemoved.isEmpty()) {
+        path.clear();
+        return Success;
+    }
+    return entryPath(console, text, path);
+}
+
+} // namespace Velmarin::Cli

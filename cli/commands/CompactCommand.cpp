@@ -1,0 +1,58 @@
+#include "CompactCommand.h"
+
+#include "Console.h"
+#include "DisplayFormat.h"
+#include "ExitCode.h"
+#include "VaultAccess.h"
+
+#include <QDir>
+#include <QFileInfo>
+
+namespace Velmarin::Cli {
+
+CommandInfo CompactCommand::info() const
+{
+    CommandInfo info;
+    info.name = QStringLiteral("compact");
+    info.synopsis = tr("<container>");
+    info.summary = tr("Compacta o cofre, removendo dados de arquivos excluídos.");
+    info.description =
+        tr("Reconstrói o container sem os dados de arquivos já excluídos. Durante a operação, é criado "
+           "temporariamente um container criptografado no disco local; nenhum arquivo descriptografado é "
+           "gravado "
+           "fora do cofre. Se a cópia final para o container falhar, o container compactado é preservado e o "
+           "caminho dele é informado.");
+    info.passwords = CommandInfo::Passwords::Current;
+    return info;
+}
+
+int CompactCommand::run(const CommandContext& context)
+{
+    Console& console = context.console;
+    const QString container = context.arguments.at(0);
+    VaultAccess access(context);
+    const int opened = access.open(container, Core::VaultManager::Access::ReadWrite);
+    if (opened != Success) {
+        return opened;
+    }
+    const qint64 sizeBefore = QFileInfo(container).size();
+    QString preservedPath;
+    const bool compacted = access.vault().compactVault(
+        [&](qint64 done, qint64 total, const QString& label) { console.progress(label, done, total); },
+        &preservedPath);
+    console.endProgress();
+    if (!compacted) {
+        console.message(preservedPath.isEmpty()
+                            ? tr("Não foi possível compactar o cofre.")
+                            : tr("Não foi possível substituir o container no USB.\n\nUm container compactado "
+                                 "criptografado foi preservado em:\n%1")
+                                  .arg(QDir::toNativeSeparators(preservedPath)));
+        return Failed;
+    }
+    const qint64 freed = qMax<qint64>(0, sizeBefore - QFileInfo(container).size());
+    console.message(tr("Cofre compactado com sucesso."));
+    console.message(tr("Espaço liberado: %1.").arg(Core::formatDataSize(freed)));
+    return access.close();
+}
+
+} // namespace Velmarin::Cli

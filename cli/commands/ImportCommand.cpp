@@ -1,0 +1,197 @@
+#include "ImportCommand.h"
+
+#include "Console.h"
+#include "DisplayFormat.h"
+#include "ExitCode.h"
+#include "ImportSpace.h"
+#include "VaultAccess.h"
+#include "VaultArguments.h"
+#include "VaultPath.h"
+
+#include <QCommandLineParser>
+#include <QDir>
+#include <QDirIterator>
+#include <QFileInfo>
+#include <QStorageInfo>
+
+#include <algorithm>
+
+namespace Velmarin::Cli {
+
+namespace {
+
+// One thing to bring in: a folder to create or a file to import, with the vault path it gets.
+struct Item
+{
+    QString localPath;
+    QString vaultPath;
+    bool folder = false;
+    qint64 size = 0;
+};
+
+QString shown(const QString& localPath)
+{
+    return QDir::toNativeSeparators(localPath);
+}
+
+} // namespace
+
+CommandInfo ImportCommand::info() const
+{
+    CommandInfo info;
+    info.name = QStringLiteral("import");
+    info.synopsis = tr("<container> <arquivo-ou-pasta>...");
+    info.summary = tr("Importa arquivos e pastas para o cofre.");
+    info.description = tr(
+        "Importa cada arquivo indicado e, de cada pasta indicada, a árvore inteira com o nome da própria "
+        "pasta, "
+        "como \"cp -r\" faria: \"import c.vltx ~/Fotos --to Backup\" cria Backup/Fotos/... e as pastas que "
+        "faltarem.\nUm item que já existe no cofre é ignorado, com uma mensagem, a menos que --replace seja "
+        "usado. Links simbólicos dentro das pastas são ignorados.");
+    info.options = {
+        QCommandLineOption(QStringLiteral("to"), tr("Pasta do cofre que recebe os itens (padrão: a raiz)."),
+                           tr("pasta")),
+        QCommandLineOption(QStringLiteral("replace"), tr("Substitui arquivos que já existem no cofre."))};
+    info.minimumArguments = 2;
+    info.maximumArguments = -1;
+    info.passwords = CommandInfo::Passwords::Current;
+    return info;
+}
+
+int ImportCommand::run(const CommandContext& context)
+{
+    Console& console = context.console;
+    QString target;
+    const int validTarget =
+        VaultArguments::folderPath(console, context.parser.value(QStringLiteral("to")), target);
+    if (validTarget != Success) {
+        return validTarget;
+    }
+
+    // The whole plan is made before the password is asked for, so a typing error costs nothing.
+    QList<Item> items;
+    int result = Success;
+    const auto addItem = [&](const QFileInfo& info, const QString& vaultPath) {
+        if (info.isSymLink()) {
+            console.message(tr("Link simbólico ignorado: %1").arg(shown(info.filePath())));
+        } else if (!info.isDir() && !info.isFile()) {
+            console.message(tr("Ignorado por não ser um arquivo comum: %1").arg(shown(info.filePath())));
+        } else if (!Core::isValidEntryName(info.fileName())) {
+            console.message(tr("O nome de %1 não pode ser usado no cofre.").arg(shown(info.filePath())));
+            result = Failed;
+        } else {
+            items.append(Item{info.filePath(), vaultPath, info.isDir(), info.isDir() ? 0 : info.size()});
+        }
+    };
+    for (const QString& source : context.arguments.mid(1)) {
+        const QFileInfo info(source);
+        if (!info.exists()) {
+            console.message(tr("O arquivo %1 não está disponível para importação.").arg(shown(source)));
+            return Failed;
+        }
+        // A folder comes in under its own name; the root of a file system has none, so its contents do.
+        const QString name = info.isFile() ? info.fileName() : QFileInfo(info.canonicalFilePath()).fileName();
+        if (!name.isEmpty() && !Core::isValidEntryName(name)) {
+            console.message(tr("O nome de %1 não pode ser usado no cofre.").arg(shown(source)));
+            return UsageError;
+        }
+        if (info.isFile()) {
+            items.append(Item{source, Core::joinEntryPath(target, name), false, info.size()});
+            continue;
+        }
+        const QString folderName = name;
+        const QString base = folderName.isEmpty() ? target : Core::joinEntryPath(target, folderName);
+        if (!folderName.isEmpty()) {
+            items.append(Item{source, base, true, 0});
+        }
+        const QDir root(info.canonicalFilePath());
+        QDirIterator it(root.path(), QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden | QDir::System,
+                        QDirIterator::Subdirectories);
+        while (it.hasNext()) {
+            it.next();
+            addItem(it.fileInfo(), Core::joinEntryPath(base, root.relativeFilePath(it.filePath())));
+        }
+    }
+    // Paths in order put every folder before what it holds.
+    std::stable_sort(items.begin(), items.end(), [](const Item& a, const Item& b) {
+        return a.vaultPath.compare(b.vaultPath, Qt::CaseInsensitive) < 0;
+    });
+
+    VaultAccess access(context);
+    const int opened = access.open(context.arguments.at(0), Core::VaultManager::Access::ReadWrite);
+    if (opened != Success) {
+        return opened;
+    }
+    Core::VaultManager& vault = access.vault();
+
+    qint64 total = 0;
+    for (const Item& item : items) {
+        total += item.size;
+    }
+    const QStorageInfo storage(QFileInfo(context.arguments.at(0)).absolutePath());
+    if (!storage.isValid() || !storage.isReady()) {
+        console.message(tr("Não foi possível verificar o espaço livre da unidade do container."));
+        return Failed;
+    }
+    if (Core::ImportSpace::required(total) > storage.bytesAvailable()) {
+        console.message(
+            tr("Não há espaço livre suficiente na unidade do container.\n\nArquivos "
+               "selecionados: %1\nEspaço livre disponível: %2\n\nLibere espaço na unidade USB "
+               "ou selecione arquivos menores.")
+                .arg(Core::formatDataSize(total), Core::formatDataSize(storage.bytesAvailable())));
+        return Failed;
+    }
+
+    const bool replace = context.parser.isSet(QStringLiteral("replace"));
+    int imported = 0;
+    int skipped = 0;
+    for (const Item& item : items) {
+        if (item.folder) {
+            if (vault.directoryExists(item.vaultPath)) {
+                continue;
+            }
+            if (vault.fileExists(item.vaultPath) || !vault.createFolder(item.vaultPath)) {
+                console.message(tr("Não foi possível criar a pasta %1.").arg(item.vaultPath));
+                result = Failed;
+            }
+            continue;
+        }
+        if (vault.directoryExists(item.vaultPath)) {
+            console.message(tr("Já existe uma pasta %1 no cofre; o arquivo %2 não foi importado.")
+                                .arg(item.vaultPath, shown(item.localPath)));
+            result = Failed;
+            continue;
+        }
+        if (vault.fileExists(item.vaultPath) && !replace) {
+            console.message(
+                tr("%1 já existe no cofre; use --replace para substituí-lo.").arg(item.vaultPath));
+            ++skipped;
+            continue;
+        }
+        const QString label = tr("Importando %1").arg(item.vaultPath);
+        const bool done =
+            vault.importFile(item.localPath, item.vaultPath, [&](qint64 bytes, qint64 of, const QString&) {
+                console.progress(label, bytes, of);
+            });
+        console.endProgress();
+        if (!done) {
+            // The engine put the container back as it was; what came in before stays in.
+            console.message(tr("Não foi possível importar %1.").arg(shown(item.localPath)));
+            return Failed;
+        }
+        ++imported;
+    }
+
+    if (imported > 0) {
+        console.message(imported == 1 ? tr("Arquivo importado com sucesso.")
+                                      : tr("%1 arquivos importados com sucesso.").arg(imported));
+    }
+    if (skipped > 0) {
+        console.message(skipped == 1 ? tr("1 arquivo ignorado por já existir no cofre.")
+                                     : tr("%1 arquivos ignorados por já existirem no cofre.").arg(skipped));
+    }
+    const int closed = access.close();
+    return result != Success ? result : closed;
+}
+
+} // namespace Velmarin::Cli

@@ -1,0 +1,48 @@
+#include "MakeFolderCommand.h"
+
+#include "Console.h"
+#include "ExitCode.h"
+#include "VaultAccess.h"
+#include "VaultArguments.h"
+
+namespace Velmarin::Cli {
+
+CommandInfo MakeFolderCommand::info() const
+{
+    CommandInfo info;
+    info.name = QStringLiteral("mkdir");
+    info.synopsis = tr("<container> <caminho-no-cofre>");
+    info.summary = tr("Cria uma pasta.");
+    info.description = tr("Cria a pasta indicada e as pastas acima dela que ainda não existirem.");
+    info.minimumArguments = 2;
+    info.maximumArguments = 2;
+    info.passwords = CommandInfo::Passwords::Current;
+    return info;
+}
+
+int MakeFolderCommand::run(const CommandContext& context)
+{
+    QString path;
+    const int valid = VaultArguments::entryPath(context.console, context.arguments.at(1), path);
+    if (valid != Success) {
+        return valid;
+    }
+    VaultAccess access(context);
+    const int opened = access.open(context.arguments.at(0), Core::VaultManager::Access::ReadWrite);
+    if (opened != Success) {
+        return opened;
+    }
+    Core::VaultManager& vault = access.vault();
+    if (vault.fileExists(path) || vault.directoryExists(path)) {
+        context.console.message(tr("Já existe um item com esse nome nesta pasta."));
+        return Failed;
+    }
+    if (!vault.createFolder(path)) {
+        context.console.message(tr("Não foi possível criar a pasta."));
+        return Failed;
+    }
+    context.console.message(tr("Pasta criada."));
+    return access.close();
+}
+
+} // namespace Velmarin::Cli

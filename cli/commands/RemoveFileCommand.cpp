@@ -1,0 +1,52 @@
+#include "RemoveFileCommand.h"
+
+#include "Console.h"
+#include "ExitCode.h"
+#include "VaultAccess.h"
+#include "VaultArguments.h"
+
+namespace Velmarin::Cli {
+
+CommandInfo RemoveFileCommand::info() const
+{
+    CommandInfo info;
+    info.name = QStringLiteral("rm");
+    info.synopsis = tr("<container> <caminho-no-cofre>");
+    info.summary = tr("Exclui um arquivo do cofre.");
+    info.description =
+        tr("Remove o arquivo da lista do cofre. Os dados físicos só saem do container na próxima "
+           "compactação (comando compact).");
+    info.minimumArguments = 2;
+    info.maximumArguments = 2;
+    info.passwords = CommandInfo::Passwords::Current;
+    return info;
+}
+
+int RemoveFileCommand::run(const CommandContext& context)
+{
+    QString path;
+    const int valid = VaultArguments::entryPath(context.console, context.arguments.at(1), path);
+    if (valid != Success) {
+        return valid;
+    }
+    VaultAccess access(context);
+    const int opened = access.open(context.arguments.at(0), Core::VaultManager::Access::ReadWrite);
+    if (opened != Success) {
+        return opened;
+    }
+    Core::VaultManager& vault = access.vault();
+    if (!vault.fileExists(path)) {
+        context.console.message(vault.directoryExists(path)
+                                    ? tr("%1 é uma pasta; use rmdir.").arg(path)
+                                    : tr("O arquivo %1 não existe no cofre.").arg(path));
+        return Failed;
+    }
+    if (!vault.deleteFile(path)) {
+        context.console.message(tr("Não foi possível excluir o arquivo do cofre."));
+        return Failed;
+    }
+    context.console.message(tr("Arquivo excluído do cofre."));
+    return access.close();
+}
+
+} // namespace Velmarin::Cli

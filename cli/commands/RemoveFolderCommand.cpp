@@ -1,0 +1,47 @@
+#include "RemoveFolderCommand.h"
+
+#include "Console.h"
+#include "ExitCode.h"
+#include "VaultAccess.h"
+#include "VaultArguments.h"
+
+namespace Velmarin::Cli {
+
+CommandInfo RemoveFolderCommand::info() const
+{
+    CommandInfo info;
+    info.name = QStringLiteral("rmdir");
+    info.synopsis = tr("<container> <caminho-no-cofre>");
+    info.summary = tr("Exclui uma pasta vazia.");
+    info.description = tr("Exclui a pasta indicada, que deve estar vazia.");
+    info.minimumArguments = 2;
+    info.maximumArguments = 2;
+    info.passwords = CommandInfo::Passwords::Current;
+    return info;
+}
+
+int RemoveFolderCommand::run(const CommandContext& context)
+{
+    QString path;
+    const int valid = VaultArguments::entryPath(context.console, context.arguments.at(1), path);
+    if (valid != Success) {
+        return valid;
+    }
+    VaultAccess access(context);
+    const int opened = access.open(context.arguments.at(0), Core::VaultManager::Access::ReadWrite);
+    if (opened != Success) {
+        return opened;
+    }
+    if (!access.vault().directoryExists(path)) {
+        context.console.message(tr("A pasta %1 não existe no cofre.").arg(path));
+        return Failed;
+    }
+    if (!access.vault().deleteEmptyFolder(path)) {
+        context.console.message(tr("A pasta não está vazia ou não pode ser excluída."));
+        return Failed;
+    }
+    context.console.message(tr("Pasta excluída."));
+    return access.close();
+}
+
+} // namespace Velmarin::Cli

@@ -1,0 +1,70 @@
+#include "RenameCommand.h"
+
+#include "Console.h"
+#include "ExitCode.h"
+#include "VaultAccess.h"
+#include "VaultArguments.h"
+#include "VaultPath.h"
+
+namespace Velmarin::Cli {
+
+CommandInfo RenameCommand::info() const
+{
+    CommandInfo info;
+    info.name = QStringLiteral("rename");
+    info.synopsis = tr("<container> <caminho-no-cofre> <nome-novo>");
+    info.summary = tr("Renomeia um arquivo ou uma pasta.");
+    info.description =
+        tr("Dá um nome novo ao arquivo ou à pasta, que continua na mesma pasta. O nome novo é um "
+           "nome simples, sem barras.");
+    info.minimumArguments = 3;
+    info.maximumArguments = 3;
+    info.passwords = CommandInfo::Passwords::Current;
+    return info;
+}
+
+int RenameCommand::run(const CommandContext& context)
+{
+    Console& console = context.console;
+    QString path;
+    const int valid = VaultArguments::entryPath(console, context.arguments.at(1), path);
+    if (valid != Success) {
+        return valid;
+    }
+    VaultAccess access(context);
+    const int opened = access.open(context.arguments.at(0), Core::VaultManager::Access::ReadWrite);
+    if (opened != Success) {
+        return opened;
+    }
+    Core::VaultManager& vault = access.vault();
+    const bool folder = vault.directoryExists(path);
+    if (!folder && !vault.fileExists(path)) {
+        console.message(tr("%1 não existe no cofre.").arg(path));
+        return Failed;
+    }
+    const QString name = context.arguments.at(2);
+    if (!Core::isValidEntryName(name)) {
+        console.message(
+            folder ? tr("Use um nome de pasta simples, sem barras, pontos isolados ou caminho relativo.")
+                   : tr("Use um nome de arquivo simples, sem barras, pontos isolados ou caminho "
+                        "relativo."));
+        return UsageError;
+    }
+    const QString stored =
+        folder ? vault.index().findDirectory(path)->path : vault.index().findFile(path)->vaultPath;
+    const QString newPath = Core::joinEntryPath(Core::parentVaultPath(stored), name);
+    if (vault.fileExists(newPath) || vault.directoryExists(newPath)) {
+        console.message(tr("Já existe um item com esse nome nesta pasta."));
+        return Failed;
+    }
+    const bool renamed = folder ? vault.renameFolder(stored, newPath) : vault.renameFile(stored, newPath);
+    if (!renamed) {
+        console.message(folder ? tr("Não foi possível renomear a pasta.")
+                               : tr("Não foi possível renomear o arquivo."));
+        return Failed;
+    }
+    console.message(folder ? tr("Pasta renomeada.") : tr("Arquivo renomeado."));
+    return access.close();
+}
+
+} // namespace Velmarin::Cli

@@ -1,0 +1,19 @@
+#pragma once
+
+#include "Command.h"
+
+#include <QCoreApplication>
+
+namespace Velmarin::Cli {
+
+// Renames a file or a folder in place.
+class RenameCommand : public Command
+{
+    Q_DECLARE_TR_FUNCTIONS(RenameCommand)
+
+public:
+    CommandInfo info() const override;
+    int run(const CommandContext& context) override;
+};
+
+} // namespace Velmarin::Cli

@@ -1,0 +1,123 @@
+#include "VerifyCommand.h"
+
+#include "Console.h"
+#include "DisplayFormat.h"
+#include "ExitCode.h"
+#include "VaultAccess.h"
+
+#include <QCommandLineParser>
+#include <QFileDevice>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+
+namespace Velmarin::Cli {
+
+namespace {
+
+using DamagedFile = Core::VerificationReport::DamagedFile;
+
+QString problemKey(DamagedFile::Problem problem)
+{
+    switch (problem) {
+    case DamagedFile::Problem::UnreadableBlock:
+        return QStringLiteral("block");
+    case DamagedFile::Problem::WrongSize:
+        return QStringLiteral("size");
+    case DamagedFile::Problem::WrongDigest:
+        return QStringLiteral("sha256");
+    }
+    return {};
+}
+
+} // namespace
+
+CommandInfo VerifyCommand::info() const
+{
+    CommandInfo info;
+    info.name = QStringLiteral("verify");
+    info.synopsis = tr("<container>");
+    info.summary = tr("Confere cada bloco de cada arquivo.");
+    info.description = tr(
+        "Decifra todos os blocos de todos os arquivos e confere o tamanho e a autenticação de cada bloco e o "
+        "tamanho total e o SHA-256 de cada arquivo. Informa quantos arquivos e pastas há, os dados em uso e "
+        "os "
+        "dados mortos que a compactação liberaria, e nomeia cada arquivo danificado. Nada é gravado.\n"
+        "Sai com o código 4 quando encontra danos.");
+    info.options = {QCommandLineOption(QStringLiteral("json"), tr("Escreve o resultado em JSON."))};
+    info.passwords = CommandInfo::Passwords::Current;
+    return info;
+}
+
+int VerifyCommand::run(const CommandContext& context)
+{
+    Console& console = context.console;
+    VaultAccess access(context);
+    const int opened = access.open(context.arguments.at(0), Core::VaultManager::Access::ReadOnly);
+    if (opened != Success) {
+        return opened;
+    }
+    Core::VerificationReport report;
+    const bool read =
+        access.vault().verifyContents(report, [&](qint64 done, qint64 total, const QString& label) {
+            console.progress(tr("Verificando %1").arg(label), done, total);
+        });
+    console.endProgress();
+    if (!read) {
+        console.message(tr("Não foi possível ler o container."));
+        return Failed;
+    }
+
+    if (context.parser.isSet(QStringLiteral("json"))) {
+        QJsonArray damaged;
+        for (const DamagedFile& file : report.damagedFiles) {
+            QJsonObject object;
+            object.insert(QStringLiteral("path"), file.vaultPath);
+            object.insert(QStringLiteral("problem"), problemKey(file.problem));
+            if (file.problem == DamagedFile::Problem::UnreadableBlock) {
+                object.insert(QStringLiteral("block"), file.blockNumber);
+                object.insert(QStringLiteral("blocks"), file.blockCount);
+            }
+            damaged.append(object);
+        }
+        QJsonObject object;
+        object.insert(QStringLiteral("files"), report.fileCount);
+        object.insert(QStringLiteral("folders"), report.folderCount);
+        object.insert(QStringLiteral("liveBytes"), report.liveBytes);
+        object.insert(QStringLiteral("deadBytes"), report.deadBytes);
+        object.insert(QStringLiteral("damaged"), damaged);
+        object.insert(QStringLiteral("sound"), report.isSound());
+        console.output().write(QJsonDocument(object).toJson(QJsonDocument::Indented));
+    } else {
+        console.print(tr("Arquivos: %1").arg(report.fileCount));
+        console.print(tr("Pastas: %1").arg(report.folderCount));
+        console.print(tr("Dados em uso: %1").arg(Console::sizeWithBytes(report.liveBytes)));
+        console.print(tr("Dados mortos: %1").arg(Console::sizeWithBytes(report.deadBytes)));
+        for (const DamagedFile& file : report.damagedFiles) {
+            QString problem;
+            switch (file.problem) {
+            case DamagedFile::Problem::UnreadableBlock:
+                problem = tr("bloco %1 de %2 ilegível").arg(file.blockNumber).arg(file.blockCount);
+                break;
+            case DamagedFile::Problem::WrongSize:
+                problem = tr("tamanho diferente do registrado");
+                break;
+            case DamagedFile::Problem::WrongDigest:
+                problem = tr("SHA-256 diferente do registrado");
+                break;
+            }
+            console.print(tr("Danificado: %1 (%2)").arg(file.vaultPath, problem));
+        }
+    }
+
+    const int closed = access.close();
+    if (!report.isSound()) {
+        const qsizetype count = report.damagedFiles.size();
+        console.message(count == 1 ? tr("1 arquivo danificado.") : tr("%1 arquivos danificados.").arg(count));
+        return DamageFound;
+    }
+    console.message(tr("Nenhum dano encontrado."));
+    return closed;
+}
+
+} // namespace Velmarin::Cli
