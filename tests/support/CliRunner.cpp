@@ -1,0 +1,84 @@
+#include "CliRunner.h"
+
+#include "TestFiles.h"
+
+#include <QProcess>
+
+namespace Velmarin::Tests {
+
+namespace {
+
+QStringList linesOf(const QByteArray& bytes)
+{
+    QStringList lines = QString::fromUtf8(bytes).split(QLatin1Char('\n'));
+    if (!lines.isEmpty() && lines.last().isEmpty()) {
+        lines.removeLast();
+    }
+    return lines;
+}
+
+} // namespace
+
+QStringList CliResult::errorLines() const
+{
+    return linesOf(errors);
+}
+
+QStringList CliResult::outputLines() const
+{
+    return linesOf(output);
+}
+
+CliRunner::CliRunner(const QString& program, const QString& workingDirectory)
+    : m_program(program)
+    , m_workingDirectory(workingDirectory)
+    , m_environment(QProcessEnvironment::systemEnvironment())
+{
+    m_environment.remove(QStringLiteral("VELMARIN_PASSWORD"));
+    m_environment.remove(QStringLiteral("VELMARIN_NEW_PASSWORD"));
+    // Sizes and dates follow the user's locale; the tests read them in Brazilian Portuguese.
+    m_environment.remove(QStringLiteral("LC_ALL"));
+    m_environment.insert(QStringLiteral("LANG"), QStringLiteral("pt_BR.UTF-8"));
+}
+
+void CliRunner::setVariable(const QString& name, const QString& value)
+{
+    m_environment.insert(name, value);
+}
+
+void CliRunner::unsetVariable(const QString& name)
+{
+    m_environment.remove(name);
+}
+
+void CliRunner::useTestPassword()
+{
+    setVariable(QStringLiteral("VELMARIN_PASSWORD"), QString::fromUtf8(TestFiles::password()));
+}
+
+CliResult CliRunner::run(const QStringList& arguments, const QByteArray& input) const
+{
+    QProcess process;
+    process.setProgram(m_program);
+    process.setArguments(arguments);
+    process.setWorkingDirectory(m_workingDirectory);
+    process.setProcessEnvironment(m_environment);
+    process.start();
+    CliResult result;
+    if (!process.waitForStarted()) {
+        return result;
+    }
+    process.write(input);
+    process.closeWriteChannel();
+    if (!process.waitForFinished(300000) || process.exitStatus() != QProcess::NormalExit) {
+        process.kill();
+        process.waitForFinished();
+        return result;
+    }
+    result.exitCode = process.exitCode();
+    result.output = process.readAllStandardOutput();
+    result.errors = process.readAllStandardError();
+    return result;
+}
+
+} // namespace Velmarin::Tests
