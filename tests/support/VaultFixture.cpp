@@ -22,6 +22,10 @@ bool VaultFixture::setUp(const QString& containerName, const QString& workspaceF
 
 void VaultFixture::tearDown()
 {
+    // A session left open would leave its workspace folder behind in the temporary folder.
+    if (m_vault) {
+        m_vault->lock();
+    }
     m_vault.reset();
     m_dir.reset();
 }
