@@ -150,9 +150,8 @@ int PasswordSource::fromTerminal(const QString& prompt, PasswordBytes& password)
 {
     QByteArray buffer(static_cast<qsizetype>(MaximumPasswordBytes), '\0');
     std::size_t length = 0;
-    m_console.prompt(prompt);
-    const TerminalInput::Result result =
-        TerminalInput::readHiddenLine(buffer.data(), static_cast<std::size_t>(buffer.size()), length);
+    const TerminalInput::Result result = TerminalInput::readHiddenLine(
+        [&] { m_console.prompt(prompt); }, buffer.data(), static_cast<std::size_t>(buffer.size()), length);
     m_console.endPromptLine();
     buffer.truncate(static_cast<qsizetype>(length));
     password.take(buffer);

@@ -65,7 +65,8 @@ bool TerminalInput::isTerminal(Stream stream)
     return _isatty(descriptor) != 0;
 }
 
-TerminalInput::Result TerminalInput::readHiddenLine(char* buffer, std::size_t capacity, std::size_t& length)
+TerminalInput::Result TerminalInput::readHiddenLine(const std::function<void()>& showPrompt, char* buffer,
+                                                    std::size_t capacity, std::size_t& length)
 {
     length = 0;
     const HANDLE input = GetStdHandle(STD_INPUT_HANDLE);
@@ -79,6 +80,7 @@ TerminalInput::Result TerminalInput::readHiddenLine(char* buffer, std::size_t ca
     if (!SetConsoleMode(input, rawMode)) {
         return Result::Failed;
     }
+    showPrompt();
     Result result = Result::Failed;
     wchar_t pending[2] = {0, 0};
     for (;;) {
@@ -121,7 +123,8 @@ bool TerminalInput::isTerminal(Stream stream)
     return isatty(descriptor) == 1;
 }
 
-TerminalInput::Result TerminalInput::readHiddenLine(char* buffer, std::size_t capacity, std::size_t& length)
+TerminalInput::Result TerminalInput::readHiddenLine(const std::function<void()>& showPrompt, char* buffer,
+                                                    std::size_t capacity, std::size_t& length)
 {
     length = 0;
     termios oldMode{};
@@ -137,6 +140,7 @@ TerminalInput::Result TerminalInput::readHiddenLine(char* buffer, std::size_t ca
     if (tcsetattr(STDIN_FILENO, TCSAFLUSH, &rawMode) != 0) {
         return Result::Failed;
     }
+    showPrompt();
     Result result = Result::Failed;
     for (;;) {
         char typed = 0;

@@ -13,7 +13,8 @@ int main()
     }
     char line[256];
     std::size_t length = 0;
-    const TerminalInput::Result result = TerminalInput::readHiddenLine(line, sizeof line, length);
+    const TerminalInput::Result result =
+        TerminalInput::readHiddenLine([] { std::fputs("Senha: ", stderr); }, line, sizeof line, length);
     std::printf("\nresult %d, %u bytes\n", static_cast<int>(result), static_cast<unsigned>(length));
     return 0;
 }

@@ -78,12 +78,12 @@ public:
     {
         QElapsedTimer timer;
         timer.start();
-        while (!m_screen.contains(text)) {
-            if (timer.elapsed() > timeoutMs || !readSome(100)) {
-                return m_screen.contains(text);
+        while (!m_screen.contains(text) && timer.elapsed() < timeoutMs) {
+            if (readSome(100) == Read::End) {
+                break;
             }
         }
-        return true;
+        return m_screen.contains(text);
     }
 
     void type(const QByteArray& keys)
@@ -100,7 +100,7 @@ public:
     // Reads to the end and returns the exit code, or -1.
     int finish()
     {
-        while (readSome(60000)) {
+        while (readSome(60000) == Read::Data) {
         }
         int status = 0;
         if (waitpid(m_pid, &status, 0) != m_pid) {
@@ -113,20 +113,28 @@ public:
     const QByteArray& screen() const { return m_screen; }
 
 private:
-    // False at the end of the output (the slave side closed) or when nothing came in time.
-    bool readSome(int timeoutMs)
+    enum class Read
+    {
+        Data,
+        NothingYet,
+        // The slave side closed: the program has ended.
+        End
+    };
+
+    Read readSome(int timeoutMs)
     {
         pollfd descriptor{m_master, POLLIN, 0};
-        if (poll(&descriptor, 1, timeoutMs) <= 0) {
-            return false;
+        const int ready = poll(&descriptor, 1, timeoutMs);
+        if (ready == 0) {
+            return Read::NothingYet;
         }
         char buffer[65536];
-        const ssize_t count = read(m_master, buffer, sizeof buffer);
+        const ssize_t count = ready < 0 ? -1 : read(m_master, buffer, sizeof buffer);
         if (count <= 0) {
-            return false;
+            return Read::End;
         }
         m_screen.append(buffer, count);
-        return true;
+        return Read::Data;
     }
 
     pid_t m_pid = -1;
