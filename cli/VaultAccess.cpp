@@ -5,6 +5,7 @@
 #include "ContainerFile.h"
 #include "ExitCode.h"
 #include "PasswordSource.h"
+#include "VaultArguments.h"
 
 #include <QFileInfo>
 
@@ -54,6 +55,12 @@ int VaultAccess::open(const QString& containerPath, Core::VaultManager::Access a
         return NoAccess;
     }
     return Success;
+}
+
+int VaultAccess::openForEntry(const QString& pathArgument, Core::VaultManager::Access access, QString& path)
+{
+    const int valid = VaultArguments::entryPath(m_context.console, pathArgument, path);
+    return valid != Success ? valid : open(m_context.arguments.at(0), access);
 }
 
 int VaultAccess::close()

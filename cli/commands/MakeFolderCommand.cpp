@@ -3,7 +3,6 @@
 #include "Console.h"
 #include "ExitCode.h"
 #include "VaultAccess.h"
-#include "VaultArguments.h"
 
 namespace Velmarin::Cli {
 
@@ -22,13 +21,10 @@ CommandInfo MakeFolderCommand::info() const
 
 int MakeFolderCommand::run(const CommandContext& context)
 {
-    QString path;
-    const int valid = VaultArguments::entryPath(context.console, context.arguments.at(1), path);
-    if (valid != Success) {
-        return valid;
-    }
     VaultAccess access(context);
-    const int opened = access.open(context.arguments.at(0), Core::VaultManager::Access::ReadWrite);
+    QString path;
+    const int opened =
+        access.openForEntry(context.arguments.at(1), Core::VaultManager::Access::ReadWrite, path);
     if (opened != Success) {
         return opened;
     }

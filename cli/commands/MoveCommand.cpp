@@ -26,17 +26,15 @@ CommandInfo MoveCommand::info() const
 int MoveCommand::run(const CommandContext& context)
 {
     Console& console = context.console;
-    QString path;
     QString folder;
-    int valid = VaultArguments::entryPath(console, context.arguments.at(1), path);
-    if (valid == Success) {
-        valid = VaultArguments::folderPath(console, context.arguments.at(2), folder);
-    }
+    const int valid = VaultArguments::folderPath(console, context.arguments.at(2), folder);
     if (valid != Success) {
         return valid;
     }
     VaultAccess access(context);
-    const int opened = access.open(context.arguments.at(0), Core::VaultManager::Access::ReadWrite);
+    QString path;
+    const int opened =
+        access.openForEntry(context.arguments.at(1), Core::VaultManager::Access::ReadWrite, path);
     if (opened != Success) {
         return opened;
     }

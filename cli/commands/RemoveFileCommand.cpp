@@ -3,7 +3,6 @@
 #include "Console.h"
 #include "ExitCode.h"
 #include "VaultAccess.h"
-#include "VaultArguments.h"
 
 namespace Velmarin::Cli {
 
@@ -24,13 +23,10 @@ CommandInfo RemoveFileCommand::info() const
 
 int RemoveFileCommand::run(const CommandContext& context)
 {
-    QString path;
-    const int valid = VaultArguments::entryPath(context.console, context.arguments.at(1), path);
-    if (valid != Success) {
-        return valid;
-    }
     VaultAccess access(context);
-    const int opened = access.open(context.arguments.at(0), Core::VaultManager::Access::ReadWrite);
+    QString path;
+    const int opened =
+        access.openForEntry(context.arguments.at(1), Core::VaultManager::Access::ReadWrite, path);
     if (opened != Success) {
         return opened;
     }

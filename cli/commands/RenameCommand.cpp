@@ -3,7 +3,6 @@
 #include "Console.h"
 #include "ExitCode.h"
 #include "VaultAccess.h"
-#include "VaultArguments.h"
 #include "VaultPath.h"
 
 namespace Velmarin::Cli {
@@ -26,13 +25,10 @@ CommandInfo RenameCommand::info() const
 int RenameCommand::run(const CommandContext& context)
 {
     Console& console = context.console;
-    QString path;
-    const int valid = VaultArguments::entryPath(console, context.arguments.at(1), path);
-    if (valid != Success) {
-        return valid;
-    }
     VaultAccess access(context);
-    const int opened = access.open(context.arguments.at(0), Core::VaultManager::Access::ReadWrite);
+    QString path;
+    const int opened =
+        access.openForEntry(context.arguments.at(1), Core::VaultManager::Access::ReadWrite, path);
     if (opened != Success) {
         return opened;
     }
