@@ -8,8 +8,6 @@
 
 #include <sodium.h>
 
-#include <cstdio>
-
 namespace Velmarin::Cli {
 
 namespace {
@@ -18,6 +16,7 @@ const char* const PasswordVariable = "VELMARIN_PASSWORD";
 const char* const NewPasswordVariable = "VELMARIN_NEW_PASSWORD";
 // A password file holds one line; anything longer is a wrong file, not a password.
 constexpr qint64 MaximumPasswordBytes = 4096;
+constexpr int StandardInputDescriptor = 0;
 
 // One line end belongs to the file, not to the password: "\n", or "\r\n" from a Windows editor.
 void dropLineEnd(QByteArray& bytes)
@@ -95,9 +94,12 @@ int PasswordSource::fromFile(const QString& path, PasswordBytes& password)
         m_console.message(tr("A entrada padrão só pode fornecer uma das senhas."));
         return UsageError;
     }
+    // Unbuffered, and standard input by its descriptor rather than through stdio: no buffer of
+    // Qt's or of the C library's keeps a copy of the password that could not be wiped.
     QFile file;
-    const bool opened = standardInput ? file.open(stdin, QIODevice::ReadOnly)
-                                      : (file.setFileName(path), file.open(QIODevice::ReadOnly));
+    const QIODevice::OpenMode mode = QIODevice::ReadOnly | QIODevice::Unbuffered;
+    const bool opened =
+        standardInput ? file.open(StandardInputDescriptor, mode) : (file.setFileName(path), file.open(mode));
     const QString shownName = standardInput ? tr("da entrada padrão") : path;
     if (!opened) {
         m_console.message(tr("Não foi possível ler o arquivo de senha %1.").arg(shownName));
