@@ -67,12 +67,17 @@ bool ContainerFile::readHeader(const QString& path, ContainerHeader& out) const
     if (!isNumber || length < 1 || length > HeaderRegionSize) {
         return false;
     }
-    QByteArray region = file.read(HeaderRegionSize);
-    if (region.size() != HeaderRegionSize) {
+    // Only the JSON is read; the zeros after it are not needed to know the header, but a file too
+    // short to hold the whole region is still refused.
+    const qint64 payloadOffset = FileMagic.size() + line.size() + HeaderRegionSize;
+    if (file.size() < payloadOffset) {
         return false;
     }
-    region.truncate(static_cast<qsizetype>(length));
-    const QJsonDocument document = QJsonDocument::fromJson(region);
+    const QByteArray json = file.read(length);
+    if (json.size() != length) {
+        return false;
+    }
+    const QJsonDocument document = QJsonDocument::fromJson(json);
     if (!document.isObject()) {
         return false;
     }
@@ -97,7 +102,7 @@ bool ContainerFile::readHeader(const QString& path, ContainerHeader& out) const
     for (auto it = payloads.constBegin(); it != payloads.constEnd(); ++it) {
         header.filePayloads.insert(it.key(), decodeBase64(it.value()));
     }
-    header.payloadOffset = FileMagic.size() + line.size() + HeaderRegionSize;
+    header.payloadOffset = payloadOffset;
     header.headerLength = length;
     out = std::move(header);
     return true;
@@ -147,7 +152,16 @@ bool ContainerFile::rewriteHeader(const QString& path, const ContainerHeader& he
     if (json.size() > HeaderRegionSize) {
         return false;
     }
-    const QByteArray bytes = headerBytes(json);
+    // The rest of the region is zeros already; only what the old JSON covered and the new one no
+    // longer does needs clearing. An unreadable old length clears the whole region.
+    bool isNumber = false;
+    const qint64 oldLength = line.trimmed().toLongLong(&isNumber, 10);
+    const qint64 covered =
+        isNumber && oldLength >= 0 && oldLength <= HeaderRegionSize ? oldLength : HeaderRegionSize;
+    QByteArray bytes = QByteArray::number(json.size()).rightJustified(LengthDigits, '0') + '\n' + json;
+    if (covered > json.size()) {
+        bytes += QByteArray(covered - json.size(), '\0');
+    }
     if (!file.seek(FileMagic.size()) || file.write(bytes) != bytes.size()) {
         return false;
     }

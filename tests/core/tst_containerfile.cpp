@@ -32,6 +32,21 @@ QByteArray containerBytes(const QByteArray& json)
     return containerBytes(json, lengthLine(json.size()));
 }
 
+// A counter of /proc/self/io ("rchar" or "wchar"): bytes this process asked the kernel to move.
+qint64 ioCounter(const QByteArray& name)
+{
+    QFile io(QStringLiteral("/proc/self/io"));
+    if (!io.open(QIODevice::ReadOnly)) {
+        return -1;
+    }
+    for (const QByteArray& line : io.readAll().split('\n')) {
+        if (line.startsWith(name + ':')) {
+            return line.mid(name.size() + 1).trimmed().toLongLong();
+        }
+    }
+    return -1;
+}
+
 const QByteArray MinimalJson = R"({"formatVersion":3,"magic":"VLTBOX"})";
 
 // A valid JSON object that fills the whole header region.
@@ -79,6 +94,8 @@ private Q_SLOTS:
     void oversizedHeaderIsNotWritten();
     void rewriteKeepsThePayloadAndPadsWithZeros();
     void rewriteRefusesAShortLengthLine();
+    void rewriteGivesTheBytesOfAFullRegionRewrite();
+    void readAndRewriteTouchOnlyTheJson();
     void serializedCryptoHasAllEightKeys();
 
 private:
@@ -355,6 +372,53 @@ void TestContainerFile::serializedCryptoHasAllEightKeys()
     QCOMPARE(json, QByteArray(R"({"crypto":{"authTag":"","cipher":"","encryptedMasterKey":"","kdf":"",)"
                               R"("kdfIterations":250000,"nonce":"","payloadNonce":"","salt":""},)"
                               R"("encryptedIndex":"","formatVersion":3,"magic":"VLTBOX"})"));
+}
+
+void TestContainerFile::rewriteGivesTheBytesOfAFullRegionRewrite()
+{
+    const QString container = path(QStringLiteral("c.vltx"));
+    ContainerHeader header;
+    header.crypto.kdf = QStringLiteral("Argon2id");
+    header.encryptedIndex = TestFiles::pattern(200000, 1);
+    const QByteArray payload = TestFiles::pattern(3000, 5);
+    QVERIFY(m_file.writeNewContainer(
+        container, header, [&](QIODevice& device) { return device.write(payload) == payload.size(); }));
+    // Longer, shorter, much shorter, longer again, the same, empty: after each rewrite the file holds
+    // exactly what writing the JSON and zeros over the whole region would have left.
+    for (const int size : {300000, 120000, 10, 250000, 250000, 0}) {
+        header.encryptedIndex = TestFiles::pattern(size, static_cast<quint32>(size));
+        QVERIFY(m_file.rewriteHeader(container, header));
+        const QByteArray expected = containerBytes(m_file.serializeHeader(header)) + payload;
+        QVERIFY2(TestFiles::read(container) == expected, qPrintable(QString::number(size)));
+        ContainerHeader read;
+        QVERIFY(m_file.readHeader(container, read));
+        QCOMPARE(read.encryptedIndex, header.encryptedIndex);
+    }
+}
+
+void TestContainerFile::readAndRewriteTouchOnlyTheJson()
+{
+    const QString container = path(QStringLiteral("c.vltx"));
+    ContainerHeader header;
+    header.encryptedIndex = TestFiles::pattern(60000, 2);
+    QVERIFY(m_file.writeNewContainer(container, header));
+    const qint64 jsonSize = m_file.serializeHeader(header).size();
+
+    const qint64 readBefore = ioCounter("rchar");
+    QVERIFY(readBefore >= 0);
+    ContainerHeader read;
+    QVERIFY(m_file.readHeader(container, read));
+    const qint64 readBytes = ioCounter("rchar") - readBefore;
+    QVERIFY2(readBytes < jsonSize + 64 * 1024, qPrintable(QString::number(readBytes)));
+
+    // A change that grows the index a little writes the new JSON and no padding.
+    header.encryptedIndex += TestFiles::pattern(300, 3);
+    const qint64 writtenBefore = ioCounter("wchar");
+    QVERIFY(m_file.rewriteHeader(container, header));
+    const qint64 written = ioCounter("wchar") - writtenBefore;
+    const qint64 newJsonSize = m_file.serializeHeader(header).size();
+    QVERIFY2(written <= newJsonSize + 21 + 4096, qPrintable(QString::number(written)));
+    QVERIFY(written >= newJsonSize + 21);
 }
 
 QTEST_GUILESS_MAIN(TestContainerFile)

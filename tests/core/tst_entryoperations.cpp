@@ -9,7 +9,18 @@ using namespace Velmarin::Core;
 using Velmarin::Tests::TestFiles;
 using Velmarin::Tests::VaultFixture;
 
-namespace {} // namespace
+namespace {
+
+// The file as a writer of the whole header region would have left it: the same length line, JSON and
+// payload, with nothing but zeros between the JSON and the payload.
+QByteArray withFullRegion(const QByteArray& bytes)
+{
+    constexpr qint64 Region = ContainerFile::HeaderRegionSize;
+    const qint64 length = bytes.mid(7, 20).toLongLong();
+    return bytes.left(28 + length) + QByteArray(Region - length, '\0') + bytes.mid(28 + Region);
+}
+
+} // namespace
 
 class TestEntryOperations : public QObject
 {
@@ -32,6 +43,7 @@ private Q_SLOTS:
     void unreadableHeaderKeepsTheLiveIndex();
     void lockedVaultRefusesEverything();
     void nothingIsPlacedOnOrUnderAFile();
+    void everyChangeLeavesAZeroPaddedRegion();
 
 private:
     QString path(const QString& name) const { return m_fixture.path(name); }
@@ -294,6 +306,34 @@ void TestEntryOperations::nothingIsPlacedOnOrUnderAFile()
     QCOMPARE(VaultFixture::directoryPaths(vault.index()), QStringList{QStringLiteral("Pasta")});
 
     QVERIFY(vault.importFile(source, QStringLiteral("Pasta/dentro.txt")));
+}
+
+void TestEntryOperations::everyChangeLeavesAZeroPaddedRegion()
+{
+    VaultManager& vault = m_fixture.vault();
+    const auto check = [&](const char* step) {
+        const QByteArray bytes = TestFiles::read(m_fixture.container());
+        QVERIFY2(bytes == withFullRegion(bytes), step);
+    };
+    for (int i = 0; i < 40; ++i) {
+        QVERIFY(m_fixture.importText(QStringLiteral("Docs/arquivo-com-um-nome-longo-%1.txt").arg(i), "x"));
+    }
+    check("imports");
+    QVERIFY(vault.createFolder(QStringLiteral("Nova")));
+    check("new folder");
+    QVERIFY(vault.renameFolder(QStringLiteral("Docs"), QStringLiteral("D")));
+    check("shorter names");
+    for (int i = 0; i < 30; ++i) {
+        QVERIFY(vault.deleteFile(QStringLiteral("D/arquivo-com-um-nome-longo-%1.txt").arg(i)));
+    }
+    check("deletes");
+    QVERIFY(vault.moveFile(QStringLiteral("D/arquivo-com-um-nome-longo-31.txt"), QStringLiteral("Nova")));
+    check("move");
+    QVERIFY(vault.lock());
+    QVERIFY(vault.changePassword(m_fixture.container(), TestFiles::password(), "outra senha bem longa"));
+    check("password");
+    QVERIFY(vault.unlock(m_fixture.container(), "outra senha bem longa"));
+    QCOMPARE(vault.index().files().size(), 10);
 }
 
 QTEST_GUILESS_MAIN(TestEntryOperations)
