@@ -1,8 +1,8 @@
 #include "PayloadStore.h"
 
+#include "Sha256.h"
 #include "VaultCrypto.h"
 
-#include <QCryptographicHash>
 #include <QIODevice>
 
 namespace Velmarin::Core {
@@ -17,7 +17,7 @@ bool PayloadStore::appendBlocks(QIODevice& source, QIODevice& container, qint64 
                                 const QString& label, const ProgressCallback& progress,
                                 FileEntry& entry) const
 {
-    QCryptographicHash hash(QCryptographicHash::Sha256);
+    Sha256 hash;
     QByteArray plain(BlockSize, Qt::Uninitialized);
     qint64 done = 0;
     entry.blocks.clear();
@@ -45,7 +45,7 @@ bool PayloadStore::appendBlocks(QIODevice& source, QIODevice& container, qint64 
     }
     entry.sizeBytes = done;
     entry.sha256 = hash.result();
-    return true;
+    return entry.sha256.size() == Sha256::DigestSize;
 }
 
 bool PayloadStore::exportBlocks(QIODevice& container, const FileEntry& entry, QIODevice& destination) const

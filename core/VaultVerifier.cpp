@@ -1,8 +1,8 @@
 #include "VaultVerifier.h"
 
 #include "PayloadStore.h"
+#include "Sha256.h"
 
-#include <QCryptographicHash>
 #include <QFile>
 #include <QIODevice>
 
@@ -15,8 +15,7 @@ class DigestSink : public QIODevice
 {
 public:
     DigestSink(qint64 doneBefore, qint64 total, const QString& label, const ProgressCallback& progress)
-        : m_hash(QCryptographicHash::Sha256)
-        , m_doneBefore(doneBefore)
+        : m_doneBefore(doneBefore)
         , m_total(total)
         , m_label(label)
         , m_progress(progress)
@@ -26,7 +25,7 @@ public:
 
     int blocksWritten() const { return m_blocks; }
     qint64 bytesWritten() const { return m_bytes; }
-    QByteArray digest() const { return m_hash.result(); }
+    QByteArray digest() { return m_hash.result(); }
 
 protected:
     qint64 readData(char*, qint64) override { return -1; }
@@ -43,7 +42,7 @@ protected:
     }
 
 private:
-    QCryptographicHash m_hash;
+    Sha256 m_hash;
     qint64 m_doneBefore;
     qint64 m_total;
     QString m_label;

@@ -13,6 +13,7 @@ packages=(
     qt6-qpa-plugins
     libgl-dev
     libsodium-dev
+    libssl-dev
     mingw-w64
 )
 

@@ -1,11 +1,15 @@
 #include "ContainerHeader.h"
+#include "Sha256.h"
+#include "TestFiles.h"
 #include "VaultCrypto.h"
 #include "VaultManager.h"
 
+#include <QTemporaryDir>
 #include <QtTest>
 
 using Velmarin::Core::ContainerHeader;
 using Velmarin::Core::KdfParams;
+using Velmarin::Core::Sha256;
 using Velmarin::Core::VaultCrypto;
 
 namespace {
@@ -39,6 +43,9 @@ class TestVaultCrypto : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
+    void sha256MatchesFips180Vectors_data();
+    void sha256MatchesFips180Vectors();
+    void sha256InPiecesMatchesCoreutils();
     void pbkdf2MatchesRfc7914_data();
     void pbkdf2MatchesRfc7914();
     void argon2idMatchesIndependentTool();
@@ -281,6 +288,53 @@ void TestVaultCrypto::randomBytesHaveTheRequestedLength()
     QCOMPARE(m_crypto.randomBytes(24).size(), 24);
     QCOMPARE(m_crypto.randomBytes(64).size(), 64);
     QVERIFY(m_crypto.randomBytes(32) != m_crypto.randomBytes(32));
+}
+
+void TestVaultCrypto::sha256MatchesFips180Vectors_data()
+{
+    // The examples of FIPS 180-2, appendix B, and the empty message.
+    QTest::addColumn<QByteArray>("message");
+    QTest::addColumn<QByteArray>("digest");
+    QTest::newRow("empty") << QByteArray()
+                           << QByteArray("e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855");
+    QTest::newRow("abc") << QByteArray("abc")
+                         << QByteArray("ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
+    QTest::newRow("two blocks") << QByteArray("abcdbcdecdefdefgefghfghighijhijkijkljklmklmnlmnomnopnopq")
+                                << QByteArray(
+                                       "248d6a61d20638b8e5c026930c3e6039a33ce45964ff2167f6ecedd419db06c1");
+    QTest::newRow("a million a") << QByteArray(1000000, 'a')
+                                 << QByteArray(
+                                        "cdc76e5c9914fb9281a1c7e284d73e67f1809a48a497200e046d39ccc7112cd0");
+}
+
+void TestVaultCrypto::sha256MatchesFips180Vectors()
+{
+    QFETCH(QByteArray, message);
+    QFETCH(QByteArray, digest);
+    QCOMPARE(Sha256::hash(message).toHex(), digest);
+}
+
+void TestVaultCrypto::sha256InPiecesMatchesCoreutils()
+{
+    QTemporaryDir dir;
+    const QString file = dir.filePath(QStringLiteral("dados.bin"));
+    const qint64 size = 40 * 1024 * 1024 + 7;
+    QVERIFY(Velmarin::Tests::TestFiles::writePattern(file, size, 21));
+    const QByteArray data = Velmarin::Tests::TestFiles::read(file);
+
+    // Pieces of every awkward size, as blocks and buffers deliver them.
+    Sha256 sha;
+    qint64 at = 0;
+    for (qint64 piece = 1; at < size; piece = piece * 3 + 1) {
+        const qint64 length = qMin(piece, size - at);
+        sha.addData(QByteArrayView(data.constData() + at, static_cast<qsizetype>(length)));
+        at += length;
+    }
+    const QByteArray digest = sha.result();
+    QCOMPARE(digest.size(), 32);
+    QCOMPARE(digest, Velmarin::Tests::TestFiles::sha256sum(file));
+    // A spent object gives nothing rather than a wrong digest.
+    QVERIFY(sha.result().isEmpty());
 }
 
 QTEST_GUILESS_MAIN(TestVaultCrypto)
