@@ -90,6 +90,7 @@ private Q_SLOTS:
     void lengthOf8388608IsAccepted();
     void unpaddedLengthLineMovesThePayloadOffset();
     void lenientBase64StillDecodes();
+    void strictBase64DecodesLikeQt();
     void legacyMembersAreCarriedAndNeverWritten();
     void oversizedHeaderIsNotWritten();
     void rewriteKeepsThePayloadAndPadsWithZeros();
@@ -278,6 +279,25 @@ void TestContainerFile::lenientBase64StillDecodes()
     QCOMPARE(header.crypto.nonce, QByteArray("\x01\x02\x03"));
     QCOMPARE(header.encryptedIndex, QByteArray("hello"));
     QCOMPARE(header.crypto.kdf, QStringLiteral("Argon2id"));
+}
+
+void TestContainerFile::strictBase64DecodesLikeQt()
+{
+    // Every length from empty to past a key, padded (the fast path) and unpadded (the lenient one).
+    const QString container = path(QStringLiteral("b64-strict.vltx"));
+    for (int length = 0; length <= 70; ++length) {
+        const QByteArray bytes = TestFiles::pattern(length, static_cast<quint32>(length));
+        const QByteArray padded = bytes.toBase64();
+        const QByteArray unpadded = bytes.toBase64(QByteArray::OmitTrailingEquals);
+        const QByteArray json = R"({"crypto":{"salt":")" + padded + R"(","nonce":")" + unpadded +
+                                R"("},"formatVersion":3,"magic":"VLTBOX"})";
+        QVERIFY(TestFiles::write(container, containerBytes(json)));
+        ContainerHeader header;
+        QVERIFY(m_file.readHeader(container, header));
+        QCOMPARE(header.crypto.salt, bytes);
+        QCOMPARE(header.crypto.nonce, bytes);
+        QCOMPARE(header.crypto.salt, QByteArray::fromBase64(padded));
+    }
 }
 
 void TestContainerFile::legacyMembersAreCarriedAndNeverWritten()

@@ -40,9 +40,12 @@ private Q_SLOTS:
     void emptyVaultPathDisappearsOnLoad();
     void sha256IsWrittenLowerCaseAndReadInAnyCase();
     void datesRoundTripWithMillisecondsInUtc();
+    void timestampsAreIsoUtcWithMilliseconds_data();
+    void timestampsAreIsoUtcWithMilliseconds();
     void nonObjectTextLoadsAsEmptyIndex_data();
     void nonObjectTextLoadsAsEmptyIndex();
     void serialisesCompactWithSortedKeys();
+    void writesTheBytesOfQtsCompactDocument();
     void numbersReadThroughAGeneralValue();
     void orderSurvivesSaveAndLoad();
     void entriesBelowAFolder();
@@ -220,6 +223,43 @@ void TestVaultIndex::datesRoundTripWithMillisecondsInUtc()
     QCOMPARE(reloaded.directories().at(0).modifiedUtc.toMSecsSinceEpoch(), local.toMSecsSinceEpoch() + 1);
 }
 
+void TestVaultIndex::timestampsAreIsoUtcWithMilliseconds_data()
+{
+    QTest::addColumn<QDateTime>("moment");
+    QTest::addColumn<QString>("text");
+    const auto utc = [](int y, int mo, int d, int h, int mi, int s, int ms) {
+        return QDateTime(QDate(y, mo, d), QTime(h, mi, s, ms), Qt::UTC);
+    };
+    QTest::newRow("epoch") << utc(1970, 1, 1, 0, 0, 0, 0) << QStringLiteral("1970-01-01T00:00:00.000Z");
+    QTest::newRow("single digits") << utc(2026, 8, 5, 4, 3, 2, 7)
+                                   << QStringLiteral("2026-08-05T04:03:02.007Z");
+    QTest::newRow("last millisecond")
+        << utc(2025, 12, 31, 23, 59, 59, 999) << QStringLiteral("2025-12-31T23:59:59.999Z");
+    QTest::newRow("leap day") << utc(2024, 2, 29, 12, 0, 0, 40) << QStringLiteral("2024-02-29T12:00:00.040Z");
+    QTest::newRow("first four-digit year")
+        << utc(1000, 1, 1, 0, 0, 0, 0) << QStringLiteral("1000-01-01T00:00:00.000Z");
+    QTest::newRow("last four-digit year")
+        << utc(9999, 12, 31, 23, 59, 59, 999) << QStringLiteral("9999-12-31T23:59:59.999Z");
+    QTest::newRow("offset crossing the year")
+        << QDateTime(QDate(2024, 12, 31), QTime(23, 30, 0, 5), Qt::OffsetFromUTC, -3 * 3600)
+        << QStringLiteral("2025-01-01T02:30:00.005Z");
+    QTest::newRow("three-digit year")
+        << utc(999, 6, 1, 1, 2, 3, 4) << QStringLiteral("0999-06-01T01:02:03.004Z");
+    QTest::newRow("invalid") << QDateTime() << QString();
+}
+
+void TestVaultIndex::timestampsAreIsoUtcWithMilliseconds()
+{
+    QFETCH(QDateTime, moment);
+    QFETCH(QString, text);
+    QCOMPARE(VaultIndex::formatTimestamp(moment), text);
+    // The same text as Qt's own ISO format, which the reader parses.
+    QCOMPARE(VaultIndex::formatTimestamp(moment), moment.toUTC().toString(Qt::ISODateWithMs));
+    if (moment.isValid()) {
+        QCOMPARE(VaultIndex::parseTimestamp(text), moment);
+    }
+}
+
 void TestVaultIndex::nonObjectTextLoadsAsEmptyIndex_data()
 {
     QTest::addColumn<QByteArray>("json");
@@ -253,6 +293,71 @@ void TestVaultIndex::serialisesCompactWithSortedKeys()
         R"("sha256":"e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855","sizeBytes":17,)"
         R"("vaultPath":"Docs/a.txt"}],"formatVersion":1})";
     QCOMPARE(index.toJson(), expected);
+}
+
+void TestVaultIndex::writesTheBytesOfQtsCompactDocument()
+{
+    // Names that need escaping or encoding, entries of none and of several blocks, odd numbers.
+    const QStringList names = {
+        QStringLiteral("Fotos/praia.jpg"),
+        QStringLiteral("Relatório \"final\" \\ v2.txt"),
+        QStringLiteral("tab\there/line\nbreak\r.txt"),
+        QString::fromUtf16(u"ctl\u0001\u001f\u007f\u0080.bin"),
+        QString::fromUtf16(u"emoji \U0001F600 \u6587\u4EF6.txt"),
+        QString(QChar(0xD800)) + QStringLiteral("sozinho.txt"),
+        QStringLiteral("/slash\b\f.txt"),
+        QStringLiteral("say \"hi\" or back\\slash.txt"),
+    };
+    VaultIndex index;
+    QJsonArray files;
+    QJsonArray directories;
+    qint64 number = -3;
+    for (const QString& name : names) {
+        FileEntry entry = file(name, number);
+        for (int block = 0; block < (number + 3) % 3; ++block) {
+            entry.blocks.append(BlockEntry{Q_INT64_C(9007199254740993) + block, block, -block,
+                                           QByteArray(24, static_cast<char>(block))});
+        }
+        entry.id = number == 0 ? QString() : entry.id;
+        entry.lastModifiedUtc = number == 1 ? QDateTime() : entry.lastModifiedUtc.addMSecs(number);
+        index.upsertFile(entry);
+        index.upsertDirectory(DirectoryEntry{name, entry.lastModifiedUtc, QDateTime()});
+
+        QJsonArray blocks;
+        for (const BlockEntry& block : entry.blocks) {
+            blocks.append(
+                QJsonObject{{QStringLiteral("offset"), block.offset},
+                            {QStringLiteral("plainSize"), block.plainSize},
+                            {QStringLiteral("encryptedSize"), block.encryptedSize},
+                            {QStringLiteral("nonce"), QString::fromLatin1(block.nonce.toBase64())}});
+        }
+        files.append(QJsonObject{
+            {QStringLiteral("id"), entry.id},
+            {QStringLiteral("vaultPath"), name},
+            {QStringLiteral("sizeBytes"), entry.sizeBytes},
+            {QStringLiteral("lastModifiedUtc"), entry.lastModifiedUtc.toUTC().toString(Qt::ISODateWithMs)},
+            {QStringLiteral("sha256"), QString::fromLatin1(entry.sha256.toHex())},
+            {QStringLiteral("blocks"), blocks}});
+        directories.append(QJsonObject{
+            {QStringLiteral("path"), name},
+            {QStringLiteral("createdUtc"), entry.lastModifiedUtc.toUTC().toString(Qt::ISODateWithMs)},
+            {QStringLiteral("modifiedUtc"), QString()}});
+        number += 1;
+    }
+    const QJsonObject root{{QStringLiteral("formatVersion"), 1},
+                           {QStringLiteral("files"), files},
+                           {QStringLiteral("directories"), directories}};
+    QCOMPARE(index.toJson(), QJsonDocument(root).toJson(QJsonDocument::Compact));
+    QCOMPARE(VaultIndex().toJson(), QByteArray(R"({"directories":[],"files":[],"formatVersion":1})"));
+
+    const VaultIndex reloaded = VaultIndex::fromJson(index.toJson());
+    QCOMPARE(reloaded.files().size(), names.size());
+    for (qsizetype i = 0; i < names.size(); ++i) {
+        // A lone surrogate is not text; JSON carries it as U+FFFD, as Qt always did.
+        if (!names.at(i).startsWith(QChar(0xD800))) {
+            QCOMPARE(reloaded.files().at(i).vaultPath, names.at(i));
+        }
+    }
 }
 
 void TestVaultIndex::numbersReadThroughAGeneralValue()
