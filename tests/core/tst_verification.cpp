@@ -1,7 +1,6 @@
 #include "ContainerFile.h"
-#include "IndexCipher.h"
+#include "LockedVaultEditor.h"
 #include "TestFiles.h"
-#include "VaultCrypto.h"
 #include "VaultFixture.h"
 #include "VaultManager.h"
 
@@ -11,6 +10,7 @@
 #include <functional>
 
 using namespace Velmarin::Core;
+using Velmarin::Tests::LockedVaultEditor;
 using Velmarin::Tests::TestFiles;
 using Velmarin::Tests::VaultFixture;
 using Problem = VerificationReport::DamagedFile::Problem;
@@ -25,25 +25,12 @@ constexpr qint64 Tag = 16;
 // it: authentic, but no longer describing the blocks it points at.
 bool rewriteIndex(const QString& container, const std::function<void(VaultIndex&)>& change)
 {
-    VaultCrypto crypto;
-    ContainerFile file;
-    ContainerHeader header;
-    if (!file.readHeader(container, header)) {
+    LockedVaultEditor editor;
+    if (!editor.open(container, TestFiles::password())) {
         return false;
     }
-    const QByteArray passwordKey =
-        crypto.deriveKey(TestFiles::password(),
-                         KdfParams{header.crypto.kdf, header.crypto.salt, header.crypto.kdfIterations, 64});
-    const QByteArray masterKey =
-        crypto.decrypt(header.crypto.encryptedMasterKey, passwordKey.left(32), header.crypto.nonce,
-                       crypto.associatedData(header, "master-key"));
-    const IndexCipher cipher(crypto, masterKey.left(32));
-    VaultIndex index;
-    if (masterKey.isEmpty() || !cipher.decryptIndex(header, index)) {
-        return false;
-    }
-    change(index);
-    return cipher.sealInto(header, index) && file.rewriteHeader(container, header);
+    change(editor.index());
+    return editor.save();
 }
 
 } // namespace
