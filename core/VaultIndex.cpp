@@ -20,32 +20,36 @@ QString key(const char* name)
 }
 
 template <typename Entry, typename PathOf>
-bool upsert(QList<Entry>& list, const Entry& entry, PathOf pathOf)
+bool upsert(QList<Entry>& list, QHash<QString, qsizetype>& positions, const Entry& entry, PathOf pathOf)
 {
     const QString& path = pathOf(entry);
     if (path.isEmpty()) {
         return false;
     }
-    for (Entry& existing : list) {
-        if (pathOf(existing) == path) {
-            existing = entry;
-            return true;
-        }
+    const auto found = positions.constFind(path);
+    if (found != positions.cend()) {
+        list[found.value()] = entry;
+        return true;
     }
+    positions.insert(path, list.size());
     list.append(entry);
     return true;
 }
 
 template <typename Entry, typename PathOf>
-bool removeExact(QList<Entry>& list, const QString& path, PathOf pathOf)
+bool removeExact(QList<Entry>& list, QHash<QString, qsizetype>& positions, const QString& path, PathOf pathOf)
 {
-    for (qsizetype i = 0; i < list.size(); ++i) {
-        if (pathOf(list.at(i)) == path) {
-            list.removeAt(i);
-            return true;
-        }
+    const auto found = positions.find(path);
+    if (found == positions.end()) {
+        return false;
     }
-    return false;
+    const qsizetype at = found.value();
+    positions.erase(found);
+    list.removeAt(at);
+    for (qsizetype i = at; i < list.size(); ++i) {
+        positions[pathOf(list.at(i))] = i;
+    }
+    return true;
 }
 
 template <typename Entry, typename PathOf>
@@ -198,22 +202,22 @@ DirectoryEntry directoryFromJson(const QJsonObject& object)
 
 bool VaultIndex::upsertFile(const FileEntry& entry)
 {
-    return upsert(m_files, entry, filePath);
+    return upsert(m_files, m_filePositions, entry, filePath);
 }
 
 bool VaultIndex::upsertDirectory(const DirectoryEntry& entry)
 {
-    return upsert(m_directories, entry, directoryPath);
+    return upsert(m_directories, m_directoryPositions, entry, directoryPath);
 }
 
 bool VaultIndex::removeFile(const QString& vaultPath)
 {
-    return removeExact(m_files, vaultPath, filePath);
+    return removeExact(m_files, m_filePositions, vaultPath, filePath);
 }
 
 bool VaultIndex::removeDirectory(const QString& path)
 {
-    return removeExact(m_directories, path, directoryPath);
+    return removeExact(m_directories, m_directoryPositions, path, directoryPath);
 }
 
 bool VaultIndex::fileExists(const QString& path) const
@@ -271,6 +275,8 @@ void VaultIndex::clear()
 {
     m_files.clear();
     m_directories.clear();
+    m_filePositions.clear();
+    m_directoryPositions.clear();
 }
 
 QByteArray VaultIndex::toJson() const

@@ -5,6 +5,7 @@
 
 #include <QByteArray>
 #include <QDateTime>
+#include <QHash>
 #include <QList>
 #include <QString>
 
@@ -45,6 +46,10 @@ public:
 private:
     QList<FileEntry> m_files;
     QList<DirectoryEntry> m_directories;
+    // Where each exact path sits in its list, so that rebuilding an index of thousands of entries
+    // one upsert at a time stays linear.
+    QHash<QString, qsizetype> m_filePositions;
+    QHash<QString, qsizetype> m_directoryPositions;
 };
 
 } // namespace Velmarin::Core
