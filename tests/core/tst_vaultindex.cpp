@@ -35,6 +35,7 @@ private Q_SLOTS:
     void ensureParentDirectoriesSkipsExistingInAnyCase();
     void existenceTestsIgnoreLetterCase();
     void upsertAndRemoveMatchExactly();
+    void upsertAfterRemovalsReplacesInPlace();
     void documentWithXAndUpperXKeepsBoth();
     void duplicateVaultPathKeepsSecondAtFirstPosition();
     void emptyVaultPathDisappearsOnLoad();
@@ -161,6 +162,40 @@ void TestVaultIndex::upsertAndRemoveMatchExactly()
     QVERIFY(!index.removeDirectory(QStringLiteral("docs")));
     QVERIFY(index.removeDirectory(QStringLiteral("Docs")));
     QVERIFY(index.directories().isEmpty());
+}
+
+void TestVaultIndex::upsertAfterRemovalsReplacesInPlace()
+{
+    VaultIndex index;
+    for (const char* name : {"a", "b", "c", "d", "e"}) {
+        QVERIFY(index.upsertFile(file(QString::fromLatin1(name), 1)));
+        QVERIFY(index.upsertDirectory(DirectoryEntry{QString::fromLatin1(name), {}, {}}));
+    }
+    const VaultIndex before = index;
+    QVERIFY(index.removeFile(QStringLiteral("a")));
+    QVERIFY(index.removeFile(QStringLiteral("c")));
+    QVERIFY(!index.removeFile(QStringLiteral("c")));
+    QVERIFY(index.removeDirectory(QStringLiteral("b")));
+    QVERIFY(index.upsertFile(file(QStringLiteral("e"), 5)));
+    QVERIFY(index.upsertFile(file(QStringLiteral("b"), 2)));
+    QVERIFY(index.upsertFile(file(QStringLiteral("f"), 6)));
+    QVERIFY(index.upsertDirectory(DirectoryEntry{QStringLiteral("d"), {}, QDateTime::fromSecsSinceEpoch(4)}));
+
+    QStringList paths;
+    QList<qint64> sizes;
+    for (const FileEntry& entry : index.files()) {
+        paths.append(entry.vaultPath);
+        sizes.append(entry.sizeBytes);
+    }
+    QCOMPARE(paths, QStringList({QStringLiteral("b"), QStringLiteral("d"), QStringLiteral("e"),
+                                 QStringLiteral("f")}));
+    QCOMPARE(sizes, QList<qint64>({2, 1, 5, 6}));
+    QCOMPARE(index.directories().size(), 4);
+    QCOMPARE(index.directories().at(2).path, QStringLiteral("d"));
+    QCOMPARE(index.directories().at(2).modifiedUtc, QDateTime::fromSecsSinceEpoch(4));
+    // The copy taken before is untouched.
+    QCOMPARE(before.files().size(), 5);
+    QCOMPARE(before.files().at(1).sizeBytes, 1);
 }
 
 void TestVaultIndex::documentWithXAndUpperXKeepsBoth()
