@@ -13,7 +13,9 @@ ContainerBackup::ContainerBackup(const QString& sourcePath, const QString& desti
 
 bool ContainerBackup::openSource()
 {
-    return m_source.open(QIODevice::ReadOnly);
+    // A copy taken while another session writes could hold half of a change.
+    return m_lock.acquire(m_source.fileName()) == ContainerLock::Result::Acquired &&
+           m_source.open(QIODevice::ReadOnly);
 }
 
 bool ContainerBackup::openDestination()

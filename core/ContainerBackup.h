@@ -1,5 +1,7 @@
 #pragma once
 
+#include "ContainerLock.h"
+
 #include <QFile>
 #include <QString>
 
@@ -18,6 +20,7 @@ public:
 
     ContainerBackup(const QString& sourcePath, const QString& destinationPath);
 
+    // Fails too when another session holds the container (ContainerLock::isInUse tells).
     bool openSource();
     // Creates or truncates the destination.
     bool openDestination();
@@ -28,6 +31,7 @@ public:
 private:
     bool copyChunks(const Progress& progress);
 
+    ContainerLock m_lock;
     QFile m_source;
     QFile m_destination;
 };

@@ -138,17 +138,25 @@ bool VaultManager::unlock(const QString& containerPath, const QByteArray& passwo
     if (isUnlocked() || password.isEmpty()) {
         return false;
     }
+    // The lock comes first: a container another session holds is refused before any password work.
+    if (m_lock.acquire(containerPath) != ContainerLock::Result::Acquired) {
+        return false;
+    }
+    const auto refuse = [this] {
+        m_lock.release();
+        return false;
+    };
     ContainerHeader header;
     if (!m_containerFile.readHeader(containerPath, header)) {
-        return false;
+        return refuse();
     }
     SecretBytes masterKey = unwrapMasterKey(header, password);
     if (masterKey.isEmpty()) {
-        return false;
+        return refuse();
     }
     VaultIndex index;
     if (!IndexCipher(m_crypto, masterKey.view(VaultCrypto::KeySize)).decryptIndex(header, index)) {
-        return false;
+        return refuse();
     }
     m_masterKey = std::move(masterKey);
     m_index = std::move(index);
@@ -178,6 +186,7 @@ bool VaultManager::lock()
     m_index.clear();
     m_state = State::Locked;
     m_access = Access::ReadWrite;
+    m_lock.release();
     return released;
 }
 
@@ -185,6 +194,11 @@ bool VaultManager::changePassword(const QString& containerPath, const QByteArray
                                   const QByteArray& newPassword)
 {
     if (isUnlocked() || currentPassword.isEmpty() || !isPasswordAcceptable(newPassword)) {
+        return false;
+    }
+    // The wrapped master key shares the header with the index a session may be rewriting.
+    ContainerLock lock;
+    if (lock.acquire(containerPath) != ContainerLock::Result::Acquired) {
         return false;
     }
     ContainerHeader header;
@@ -511,7 +525,13 @@ bool VaultManager::compactVault(const ProgressCallback& progress, QString* prese
     const IndexCipher cipher = indexCipher();
     const VaultCompactor compactor(m_containerFile, cipher);
     VaultIndex compacted;
-    if (!compactor.compact(m_containerPath, m_index, progress, preservedPath, compacted)) {
+    if (!ContainerLock::SurvivesReplacement) {
+        m_lock.release();
+    }
+    const bool done = compactor.compact(m_containerPath, m_index, progress, preservedPath, compacted);
+    // The container may be a new file now; the lock goes onto whatever holds the vault.
+    m_lock.acquire(m_containerPath);
+    if (!done) {
         return false;
     }
     m_index = std::move(compacted);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "ContainerFile.h"
+#include "ContainerLock.h"
 #include "ProgressCallback.h"
 #include "SecretBytes.h"
 #include "VaultCrypto.h"
@@ -46,6 +47,7 @@ public:
     VaultManager& operator=(const VaultManager&) = delete;
 
     // Passwords are the UTF-8 bytes of what the user typed; the caller owns and wipes them.
+    // unlock and changePassword fail when another session holds the container (ContainerLock::isInUse).
     bool createVault(const QString& containerPath, const QByteArray& password);
     bool unlock(const QString& containerPath, const QByteArray& password, Access access = Access::ReadWrite);
     bool lock();
@@ -106,6 +108,8 @@ private:
 
     VaultCrypto m_crypto;
     ContainerFile m_containerFile;
+    // Held from unlock to lock, so no other session writes the same container.
+    ContainerLock m_lock;
     Workspace m_workspace;
     State m_state = State::Locked;
     Access m_access = Access::ReadWrite;
