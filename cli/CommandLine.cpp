@@ -220,6 +220,7 @@ QString CommandLine::toolHelp() const
               "  2  uso incorreto: argumentos, caminho ou nome inválidos\n"
               "  3  não é um container, senha incorreta ou container alterado\n"
               "  4  verify encontrou danos\n"
+              "  5  o cofre está aberto em outra janela ou programa do Velmarin\n"
               "\n"
               "Use \"%1 <comando> --help\" para a ajuda de um comando.\n")
         .arg(Program, commands);

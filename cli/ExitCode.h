@@ -15,7 +15,9 @@ enum ExitCode : int
     // Not a container, a wrong password or a container altered since it was written.
     NoAccess = 3,
     // verify read everything and found damaged files.
-    DamageFound = 4
+    DamageFound = 4,
+    // Another Velmarin session (a window, another command) has the container open.
+    InUse = 5
 };
 
 } // namespace Velmarin::Cli

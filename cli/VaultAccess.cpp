@@ -3,6 +3,7 @@
 #include "Command.h"
 #include "Console.h"
 #include "ContainerFile.h"
+#include "ContainerLock.h"
 #include "ExitCode.h"
 #include "PasswordSource.h"
 #include "VaultArguments.h"
@@ -33,10 +34,21 @@ int VaultAccess::checkContainer(Console& console, const QString& containerPath, 
     return Success;
 }
 
+int VaultAccess::refuseIfInUse(Console& console, const QString& containerPath)
+{
+    if (!Core::ContainerLock::isInUse(containerPath)) {
+        return Success;
+    }
+    console.message(tr("Este cofre já está aberto em outra janela ou programa do Velmarin."));
+    return InUse;
+}
+
 int VaultAccess::open(const QString& containerPath, Core::VaultManager::Access access)
 {
     Core::ContainerHeader header;
-    const int checked = checkContainer(m_context.console, containerPath, header);
+    int checked = checkContainer(m_context.console, containerPath, header);
+    // Asked before the password too, so nobody types it for a vault that cannot open now.
+    checked = checked == Success ? refuseIfInUse(m_context.console, containerPath) : checked;
     if (checked != Success) {
         return checked;
     }
@@ -46,6 +58,9 @@ int VaultAccess::open(const QString& containerPath, Core::VaultManager::Access a
         return read;
     }
     if (!m_vault.unlock(containerPath, password.bytes(), access)) {
+        if (refuseIfInUse(m_context.console, containerPath) != Success) {
+            return InUse;
+        }
         if (m_vault.isUnlocked()) {
             m_context.console.message(tr("Não foi possível preparar a área temporária do cofre."));
             return Failed;

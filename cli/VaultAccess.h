@@ -35,6 +35,8 @@ public:
 
     // The file exists and its header reads: Success, Failed for a missing file, NoAccess otherwise.
     static int checkContainer(Console& console, const QString& containerPath, Core::ContainerHeader& header);
+    // InUse, with its message, when another Velmarin session holds the container; Success otherwise.
+    static int refuseIfInUse(Console& console, const QString& containerPath);
 
 private:
     const CommandContext& m_context;

@@ -137,6 +137,8 @@ private:
 
     // Vault actions (MainWindowVaultActions.cpp).
     bool requireSelectedContainer();
+    // Warns and answers true when another session holds the selected container.
+    bool refuseIfInUse(const QString& title);
 
     // File actions (MainWindowFileActions.cpp).
     bool confirmImportSpace(const QStringList& files);

@@ -2,6 +2,7 @@
 // it up, changing its password and compacting it.
 #include "ChangePasswordDialog.h"
 #include "ContainerBackup.h"
+#include "ContainerLock.h"
 #include "MainWindow.h"
 #include "MessageBoxes.h"
 #include "PasswordPrompt.h"
@@ -94,9 +95,20 @@ bool MainWindow::requireSelectedContainer()
     return true;
 }
 
+bool MainWindow::refuseIfInUse(const QString& title)
+{
+    if (!Core::ContainerLock::isInUse(m_containerPath)) {
+        return false;
+    }
+    MessageBoxes::warning(this, title,
+                          tr("Este cofre já está aberto em outra janela ou programa do Velmarin."));
+    return true;
+}
+
 void MainWindow::unlockVault()
 {
-    if (!requireSelectedContainer()) {
+    // Asked before the password too, so nobody types it for a vault that cannot open here.
+    if (!requireSelectedContainer() || refuseIfInUse(tr("Velmarin"))) {
         return;
     }
     QByteArray password = PasswordPrompt::ask(tr("Senha do cofre"));
@@ -106,6 +118,9 @@ void MainWindow::unlockVault()
     const bool unlocked = m_vault.unlock(m_containerPath, password);
     Core::SecretText::wipe(password);
     if (!unlocked) {
+        if (refuseIfInUse(tr("Velmarin"))) {
+            return;
+        }
         MessageBoxes::warning(
             this, tr("Velmarin"),
             tr("Não foi possível desbloquear o cofre. Verifique a senha ou se o container foi alterado."));
@@ -139,6 +154,9 @@ void MainWindow::backupContainer()
         MessageBoxes::warning(this, title, tr("O arquivo do container não foi encontrado."));
         return;
     }
+    if (refuseIfInUse(title)) {
+        return;
+    }
     const QString proposed = QDir::home().filePath(
         QStringLiteral("velmarin_backup_%1.vltx")
             .arg(QDateTime::currentDateTime().toString(QStringLiteral("yyyy-MM-dd_HHmm"))));
@@ -154,6 +172,9 @@ void MainWindow::backupContainer()
 
     Core::ContainerBackup backup(m_containerPath, destination);
     if (!backup.openSource()) {
+        if (refuseIfInUse(title)) {
+            return;
+        }
         MessageBoxes::warning(this, title, tr("Não foi possível abrir o container para backup."));
         return;
     }
@@ -189,6 +210,9 @@ void MainWindow::changePassword()
         MessageBoxes::information(this, tr("Velmarin"), tr("Bloqueie o cofre antes de alterar a senha."));
         return;
     }
+    if (refuseIfInUse(tr("Velmarin"))) {
+        return;
+    }
     ChangePasswordDialog dialog(this);
     if (dialog.exec() != QDialog::Accepted) {
         return;
@@ -200,6 +224,10 @@ void MainWindow::changePassword()
     Core::SecretText::wipe(current);
     Core::SecretText::wipe(replacement);
     if (!changed) {
+        if (refuseIfInUse(tr("Velmarin"))) {
+            showOutcome(tr("Falha ao alterar a senha."));
+            return;
+        }
         MessageBoxes::warning(
             this, tr("Velmarin"),
             tr("Não foi possível alterar a senha. Verifique a senha atual e tente novamente."));

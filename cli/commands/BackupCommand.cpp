@@ -38,7 +38,8 @@ int BackupCommand::run(const CommandContext& context)
     Console& console = context.console;
     const QString container = context.arguments.at(0);
     Core::ContainerHeader header;
-    const int checked = VaultAccess::checkContainer(console, container, header);
+    int checked = VaultAccess::checkContainer(console, container, header);
+    checked = checked == Success ? VaultAccess::refuseIfInUse(console, container) : checked;
     if (checked != Success) {
         return checked;
     }
@@ -60,6 +61,9 @@ int BackupCommand::run(const CommandContext& context)
 
     Core::ContainerBackup backup(container, destination);
     if (!backup.openSource()) {
+        if (VaultAccess::refuseIfInUse(console, container) != Success) {
+            return InUse;
+        }
         console.message(tr("Não foi possível abrir o container para backup."));
         return Failed;
     }

@@ -26,7 +26,8 @@ int PasswordCommand::run(const CommandContext& context)
     Console& console = context.console;
     const QString container = context.arguments.at(0);
     Core::ContainerHeader header;
-    const int checked = VaultAccess::checkContainer(console, container, header);
+    int checked = VaultAccess::checkContainer(console, container, header);
+    checked = checked == Success ? VaultAccess::refuseIfInUse(console, container) : checked;
     if (checked != Success) {
         return checked;
     }
@@ -51,6 +52,9 @@ int PasswordCommand::run(const CommandContext& context)
     if (vault.changePassword(container, current.bytes(), replacement.bytes())) {
         console.message(tr("Senha alterada com sucesso."));
         return Success;
+    }
+    if (VaultAccess::refuseIfInUse(console, container) != Success) {
+        return InUse;
     }
     // The engine does not say why; a read-only unlock tells a wrong password from a failed write.
     const bool passwordRight = vault.unlock(container, current.bytes(), Core::VaultManager::Access::ReadOnly);

@@ -56,14 +56,21 @@ void CliRunner::useTestPassword()
     setVariable(QStringLiteral("VELMARIN_PASSWORD"), QString::fromUtf8(TestFiles::password()));
 }
 
+std::unique_ptr<QProcess> CliRunner::start(const QStringList& arguments) const
+{
+    auto process = std::make_unique<QProcess>();
+    process->setProgram(m_program);
+    process->setArguments(arguments);
+    process->setWorkingDirectory(m_workingDirectory);
+    process->setProcessEnvironment(m_environment);
+    process->start();
+    return process;
+}
+
 CliResult CliRunner::run(const QStringList& arguments, const QByteArray& input) const
 {
-    QProcess process;
-    process.setProgram(m_program);
-    process.setArguments(arguments);
-    process.setWorkingDirectory(m_workingDirectory);
-    process.setProcessEnvironment(m_environment);
-    process.start();
+    const std::unique_ptr<QProcess> started = start(arguments);
+    QProcess& process = *started;
     CliResult result;
     if (!process.waitForStarted()) {
         return result;

@@ -5,6 +5,10 @@
 #include <QString>
 #include <QStringList>
 
+#include <memory>
+
+class QProcess;
+
 namespace Velmarin::Tests {
 
 // What one run of velmarin-cli left behind.
@@ -32,6 +36,8 @@ public:
     void useTestPassword();
 
     CliResult run(const QStringList& arguments, const QByteArray& input = {}) const;
+    // Starts the tool and leaves it running; its output waits in the pipe until the caller reads it.
+    std::unique_ptr<QProcess> start(const QStringList& arguments) const;
 
 private:
     QString m_program;

@@ -77,6 +77,7 @@ private Q_SLOTS:
     void unlockWithAWrongPassword();
     void lockReportsAWorkspaceThatCannotBeCleaned();
     void backupGuards();
+    void aVaultOpenElsewhereIsRefused();
     void backupMakesAByteCopy();
     void backupOfAnEmptyFileFillsTheBar();
     void backupReadErrorDeletesThePartialCopy();
@@ -397,6 +398,45 @@ void VaultActionsTest::backupGuards()
     QCOMPARE(destination.title, QStringLiteral("Fazer backup"));
     QCOMPARE(destination.text, QStringLiteral("Não foi possível criar o arquivo de backup."));
     QVERIFY(m_fixture.driver().allHandled());
+}
+
+void VaultActionsTest::aVaultOpenElsewhereIsRefused()
+{
+    setUpWithDrive();
+    m_fixture.chooseContainer(m_fixture.container());
+    // Another window or velmarin-cli: any other session on the same container.
+    Core::VaultManager elsewhere;
+    QVERIFY(elsewhere.unlock(m_fixture.container(), TestFiles::password()));
+    const qsizetype pickerCalls = m_fixture.fakes().dialogs->calls.size();
+    const QString inUse =
+        QStringLiteral("Este cofre já está aberto em outra janela ou programa do Velmarin.");
+
+    // Each action says so before asking for a password or a destination.
+    const QList<QPair<QString, QString>> actions = {
+        {QStringLiteral("Desbloquear"), QStringLiteral("Velmarin")},
+        {QStringLiteral("Fazer backup..."), QStringLiteral("Fazer backup")},
+        {QStringLiteral("Alterar senha..."), QStringLiteral("Velmarin")},
+    };
+    for (const auto& [action, title] : actions) {
+        MessageRecord warning;
+        m_fixture.driver().expectMessage(QStringLiteral("OK"), &warning);
+        m_fixture.action(action)->trigger();
+        QVERIFY2(m_fixture.driver().allHandled(), qPrintable(action));
+        QCOMPARE(warning.title, title);
+        QCOMPARE(warning.text, inUse);
+        QCOMPARE(warning.icon, QMessageBox::Warning);
+        QCOMPARE(warning.buttons, QStringList{QStringLiteral("OK")});
+        QVERIFY(warning.hasParent);
+    }
+    QVERIFY(!m_fixture.window().isVaultUnlocked());
+    QCOMPARE(m_fixture.fakes().dialogs->calls.size(), pickerCalls);
+
+    // The other session was not disturbed, and once it ends the window gets in.
+    QVERIFY(elsewhere.createFolder(QStringLiteral("De fora")));
+    QVERIFY(elsewhere.lock());
+    QVERIFY(m_fixture.unlock());
+    QCOMPARE(m_fixture.names(), QStringList{QStringLiteral("De fora")});
+    QVERIFY(!elsewhere.unlock(m_fixture.container(), TestFiles::password()));
 }
 
 void VaultActionsTest::backupMakesAByteCopy()
