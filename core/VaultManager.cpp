@@ -2,6 +2,7 @@
 
 #include "IndexCipher.h"
 #include "PayloadStore.h"
+#include "ProcessProtection.h"
 #include "VaultCompactor.h"
 #include "VaultPath.h"
 #include "VaultVerifier.h"
@@ -109,6 +110,7 @@ bool VaultManager::createVault(const QString& containerPath, const QByteArray& p
     if (isUnlocked() || !isPasswordAcceptable(password)) {
         return false;
     }
+    ProcessProtection::disableCoreDumps();
     ContainerHeader header;
     header.crypto.kdf = KdfName;
     header.crypto.cipher = CipherName;
@@ -138,6 +140,8 @@ bool VaultManager::unlock(const QString& containerPath, const QByteArray& passwo
     if (isUnlocked() || password.isEmpty()) {
         return false;
     }
+    // Before the master key exists in this process.
+    ProcessProtection::disableCoreDumps();
     // The lock comes first: a container another session holds is refused before any password work.
     if (m_lock.acquire(containerPath) != ContainerLock::Result::Acquired) {
         return false;
@@ -196,6 +200,7 @@ bool VaultManager::changePassword(const QString& containerPath, const QByteArray
     if (isUnlocked() || currentPassword.isEmpty() || !isPasswordAcceptable(newPassword)) {
         return false;
     }
+    ProcessProtection::disableCoreDumps();
     // The wrapped master key shares the header with the index a session may be rewriting.
     ContainerLock lock;
     if (lock.acquire(containerPath) != ContainerLock::Result::Acquired) {

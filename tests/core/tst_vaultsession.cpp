@@ -9,6 +9,9 @@
 #include <QTemporaryDir>
 #include <QtTest>
 
+#include <sys/prctl.h>
+#include <sys/resource.h>
+
 using namespace Velmarin::Core;
 using Velmarin::Tests::FailureInjection;
 using Velmarin::Tests::TestFiles;
@@ -22,6 +25,7 @@ private Q_SLOTS:
     void passwordLengthCountsCharacters_data();
     void passwordLengthCountsCharacters();
     void createdVaultUnlocksAndLocks();
+    void anUnlockedProcessCannotDumpCore();
     void createReplacesAnExistingFileAndKeepsItOnFailure();
     void unlockRefusesWrongOrEmptyPassword();
     void unlockRefusesAMalformedContainer();
@@ -76,6 +80,27 @@ void TestVaultSession::passwordLengthCountsCharacters()
     const QByteArray before = TestFiles::read(m_container);
     QCOMPARE(vault.changePassword(m_container, TestFiles::password(), password.toUtf8()), acceptable);
     QCOMPARE(TestFiles::read(m_container) == before, !acceptable);
+}
+
+void TestVaultSession::anUnlockedProcessCannotDumpCore()
+{
+    // Made dumpable again first, since creating the test vault already turned dumps off; raising the
+    // core limit back needs root, so that half is checked where the test may do it.
+    QCOMPARE(prctl(PR_SET_DUMPABLE, 1, 0, 0, 0), 0);
+    const rlimit some{4096, 4096};
+    const bool limitRaised = setrlimit(RLIMIT_CORE, &some) == 0;
+
+    VaultManager vault;
+    QVERIFY(vault.unlock(m_container, TestFiles::password()));
+    QCOMPARE(prctl(PR_GET_DUMPABLE, 0, 0, 0, 0), 0);
+    rlimit core{};
+    QCOMPARE(getrlimit(RLIMIT_CORE, &core), 0);
+    QCOMPARE(core.rlim_cur, rlim_t(0));
+    QCOMPARE(core.rlim_max, rlim_t(0));
+    QVERIFY(vault.lock());
+    if (!limitRaised) {
+        qInfo("core limit could not be raised first (not root); only its value after unlocking was checked");
+    }
 }
 
 void TestVaultSession::createdVaultUnlocksAndLocks()
