@@ -3,6 +3,15 @@ include_guard(GLOBAL)
 include(CheckPIESupported)
 check_pie_supported()
 
+# AddressSanitizer and UndefinedBehaviorSanitizer for every Velmarin target. Not for the failure
+# shim: it is preloaded into processes that carry no sanitizer runtime.
+option(VELMARIN_SANITIZE "Build with AddressSanitizer and UndefinedBehaviorSanitizer" OFF)
+# libFuzzer targets over the engine; needs clang.
+option(VELMARIN_FUZZ "Build the libFuzzer targets (clang only)" OFF)
+if(VELMARIN_FUZZ AND NOT (CMAKE_CXX_COMPILER_ID MATCHES "Clang" AND VELMARIN_SANITIZE))
+    message(FATAL_ERROR "VELMARIN_FUZZ needs clang (libFuzzer) and VELMARIN_SANITIZE")
+endif()
+
 # Warnings become errors in CI, so a warning can never land unnoticed.
 set(VELMARIN_WARNINGS_AS_ERRORS OFF)
 if(DEFINED ENV{CI} AND "$ENV{CI}" STREQUAL "true")
@@ -36,10 +45,28 @@ function(velmarin_configure_target target)
         target_compile_options(${target} PRIVATE -Werror)
     endif()
 
+    if(VELMARIN_SANITIZE)
+        # Any report ends the process, so a test cannot pass over one.
+        set(sanitize -fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
+        target_compile_options(${target} PRIVATE ${sanitize})
+        target_link_options(${target} PRIVATE ${sanitize})
+    endif()
+
     set(release "$<CONFIG:Release,RelWithDebInfo,MinSizeRel>")
     target_compile_options(${target} PRIVATE $<${release}:-fstack-protector-strong>)
-    target_compile_definitions(${target} PRIVATE $<${release}:_FORTIFY_SOURCE=2>)
+    if(NOT VELMARIN_SANITIZE)
+        # The sanitizers check every access themselves and do not combine with fortified calls.
+        target_compile_definitions(${target} PRIVATE $<${release}:_FORTIFY_SOURCE=2>)
+    endif()
     if(NOT APPLE AND NOT WIN32)
         target_link_options(${target} PRIVATE $<${release}:LINKER:-z,relro,-z,now>)
+    endif()
+endfunction()
+
+# Coverage feedback for libFuzzer in the code under fuzzing; the sanitizer runtime receives it in
+# every other program.
+function(velmarin_fuzz_coverage target)
+    if(VELMARIN_FUZZ)
+        target_compile_options(${target} PRIVATE -fsanitize=fuzzer-no-link)
     endif()
 endfunction()

@@ -15,6 +15,10 @@ packages=(
     libsodium-dev
     libssl-dev
     mingw-w64
+    # The sanitizer build and the fuzz targets; Ubuntu ships the runtimes inside clang itself.
+    clang
+    libclang-rt-dev
+    llvm
 )
 
 missing=()
@@ -39,7 +43,15 @@ if [[ $(id -u) -ne 0 ]]; then
     sudo=(sudo -n)
 fi
 
-echo "Instalando pacotes: ${missing[*]}"
 export DEBIAN_FRONTEND=noninteractive
 "${sudo[@]}" apt-get update -q
+# A name this system's archive does not know (libclang-rt-dev before Debian 12) is left out.
+known=()
+for package in "${missing[@]}"; do
+    if apt-cache show "$package" >/dev/null 2>&1; then
+        known+=("$package")
+    fi
+done
+missing=("${known[@]}")
+echo "Instalando pacotes: ${missing[*]}"
 "${sudo[@]}" apt-get install -y -q --no-install-recommends "${missing[@]}"
