@@ -1,0 +1,56 @@
+#include "FuzzContainer.h"
+
+#include "ContainerFile.h"
+
+#include <QFile>
+
+namespace Velmarin::Tests {
+
+using Core::ContainerFile;
+
+namespace {
+constexpr qint64 LengthLineEnd = 7 + ContainerFile::LengthDigits + 1;
+}
+
+qint64 FuzzContainer::announcedLength(const QByteArray& input)
+{
+    if (input.size() < LengthLineEnd) {
+        return -1;
+    }
+    bool ok = false;
+    const qint64 length = input.mid(7, ContainerFile::LengthDigits).toLongLong(&ok);
+    if (!ok || length < 0 || length > ContainerFile::HeaderRegionSize) {
+        return -1;
+    }
+    return length;
+}
+
+QByteArray FuzzContainer::compact(const QByteArray& container)
+{
+    const qint64 length = announcedLength(container);
+    if (length < 0 || container.size() < ContainerFile::PayloadOffset) {
+        return {};
+    }
+    return container.left(LengthLineEnd + length) + container.mid(ContainerFile::PayloadOffset);
+}
+
+bool FuzzContainer::write(const QString& path, const uint8_t* data, std::size_t size)
+{
+    const QByteArray input =
+        QByteArray::fromRawData(reinterpret_cast<const char*>(data), static_cast<qsizetype>(size));
+    QFile file(path);
+    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate)) {
+        return false;
+    }
+    const qint64 length = announcedLength(input);
+    if (length < 0 || LengthLineEnd + length > input.size()) {
+        return file.write(input) == input.size();
+    }
+    const QByteArray head = input.left(LengthLineEnd + length);
+    const QByteArray payload = input.mid(LengthLineEnd + length);
+    // The fill is a hole in the file: sizing it costs nothing.
+    return file.write(head) == head.size() && file.resize(ContainerFile::PayloadOffset) &&
+           file.seek(ContainerFile::PayloadOffset) && file.write(payload) == payload.size();
+}
+
+} // namespace Velmarin::Tests
