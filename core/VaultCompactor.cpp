@@ -1,5 +1,6 @@
 #include "VaultCompactor.h"
 
+#include "ByteCount.h"
 #include "ContainerFile.h"
 #include "FileSync.h"
 #include "IndexCipher.h"
@@ -79,7 +80,7 @@ bool VaultCompactor::copyLiveBlocks(QIODevice& oldContainer, QIODevice& newConta
     }
     qint64 total = 0;
     for (const FileEntry& file : liveIndex.files()) {
-        total += file.sizeBytes;
+        total = addByteCount(total, file.sizeBytes);
     }
     qint64 done = 0;
     for (const FileEntry& file : liveIndex.files()) {

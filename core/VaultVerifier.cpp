@@ -1,5 +1,6 @@
 #include "VaultVerifier.h"
 
+#include "ByteCount.h"
 #include "PayloadStore.h"
 #include "Sha256.h"
 
@@ -36,7 +37,7 @@ protected:
         m_bytes += length;
         ++m_blocks;
         if (m_progress) {
-            m_progress(m_doneBefore + m_bytes, m_total, m_label);
+            m_progress(qMin(addByteCount(m_doneBefore, m_bytes), m_total), m_total, m_label);
         }
         return length;
     }
@@ -70,16 +71,16 @@ bool VaultVerifier::verify(const QString& containerPath, qint64 payloadOffset, c
 
     qint64 total = 0;
     for (const FileEntry& file : index.files()) {
-        total += file.sizeBytes;
+        total = addByteCount(total, file.sizeBytes);
     }
     qint64 done = 0;
     for (const FileEntry& file : index.files()) {
         for (const BlockEntry& block : file.blocks) {
-            report.liveBytes += block.encryptedSize;
+            report.liveBytes = addByteCount(report.liveBytes, block.encryptedSize);
         }
         DigestSink sink(done, total, file.vaultPath, progress);
         const bool readable = m_store.exportBlocks(container, file, sink);
-        done += file.sizeBytes;
+        done = addByteCount(done, file.sizeBytes);
 
         VerificationReport::DamagedFile damage;
         damage.vaultPath = file.vaultPath;

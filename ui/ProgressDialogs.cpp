@@ -1,5 +1,6 @@
 #include "ProgressDialogs.h"
 
+#include "ByteCount.h"
 #include "DisplayFormat.h"
 
 #include <QCoreApplication>
@@ -38,12 +39,12 @@ std::unique_ptr<QProgressDialog> ProgressDialogs::open(QWidget* parent, const QS
 
 int ProgressDialogs::compactionValue(qint64 done, qint64 total)
 {
-    return total >= 1 ? static_cast<int>(done * Maximum / total) : Maximum;
+    return total >= 1 ? Core::scaledProgress(done, total, Maximum) : Maximum;
 }
 
 int ProgressDialogs::importValue(qint64 done, qint64 total)
 {
-    return total >= 1 ? static_cast<int>(done * Maximum / total) : 0;
+    return total >= 1 ? Core::scaledProgress(done, total, Maximum) : 0;
 }
 
 Core::ProgressCallback ProgressDialogs::compactionAdapter(QProgressDialog* dialog)
