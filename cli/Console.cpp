@@ -1,5 +1,6 @@
 #include "Console.h"
 
+#include "ByteCount.h"
 #include "DisplayFormat.h"
 
 #include <QCoreApplication>
@@ -15,19 +16,19 @@ Console::Console(QFileDevice& output, QFileDevice& errors, bool errorsIsTerminal
 
 void Console::print(const QString& line)
 {
-    m_output.write(line.toUtf8() + '\n');
+    m_output.write(visible(line).toUtf8() + '\n');
 }
 
 void Console::message(const QString& text)
 {
     endProgress();
-    writeErrors(text + QLatin1Char('\n'));
+    writeErrors(visible(text) + QLatin1Char('\n'));
 }
 
 void Console::prompt(const QString& text)
 {
     endProgress();
-    writeErrors(text);
+    writeErrors(visible(text));
 }
 
 void Console::endPromptLine()
@@ -40,9 +41,9 @@ void Console::progress(const QString& label, qint64 done, qint64 total)
     if (!m_errorsIsTerminal) {
         return;
     }
-    const int percent = total > 0 ? static_cast<int>(done * 100 / total) : 100;
+    const int percent = total > 0 ? Core::scaledProgress(done, total, 100) : 100;
     QString line = QCoreApplication::translate("Velmarin::Cli::Console", "%1: %2% (%3 de %4)")
-                       .arg(label)
+                       .arg(visible(label))
                        .arg(percent)
                        .arg(Core::formatDataSize(done), Core::formatDataSize(total));
     const qsizetype width = line.size();
@@ -69,6 +70,20 @@ QString Console::sizeWithBytes(qint64 bytes)
     return QCoreApplication::translate("Velmarin::Cli::Console", "%1 (%2 bytes)")
         .arg(Core::formatDataSize(bytes))
         .arg(bytes);
+}
+
+QString Console::visible(const QString& text)
+{
+    QString shown = text;
+    for (QChar& character : shown) {
+        const char16_t code = character.unicode();
+        const bool reversesText = (code >= 0x202A && code <= 0x202E) || (code >= 0x2066 && code <= 0x2069);
+        const bool control = character.category() == QChar::Other_Control && code != u'\n' && code != u'\t';
+        if (control || reversesText) {
+            character = QLatin1Char('?');
+        }
+    }
+    return shown;
 }
 
 void Console::writeErrors(const QString& text)

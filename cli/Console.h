@@ -30,6 +30,10 @@ public:
 
     // "1,5 MB (1572864 bytes)": readable, and exact for whoever compares numbers.
     static QString sizeWithBytes(qint64 bytes);
+    // text with "?" for every control character but line feed and tab, and for the marks that
+    // reverse the direction of text: names come from containers, and a name must not move the
+    // cursor, recolour the terminal or disguise its own extension. --json keeps names exact.
+    static QString visible(const QString& text);
 
 private:
     void writeErrors(const QString& text);

@@ -38,6 +38,7 @@ private Q_SLOTS:
     void lsListsFoldersFirstByNameIgnoringCase();
     void lsJsonDescribesEveryEntry();
     void lsRefusals();
+    void namesCannotDriveTheTerminal();
     void exportWritesExactBytes();
     void exportRefusals();
     void mkdirAndRmdir();
@@ -310,6 +311,41 @@ void TestCliContents::lsJsonDescribesEveryEntry()
     QCOMPARE(file.value(QStringLiteral("modified")).toString(), QStringLiteral("2025-03-04T05:06:07.089Z"));
     QCOMPARE(file.value(QStringLiteral("sha256")).toString().toLatin1(),
              TestFiles::sha256sum(path(QStringLiteral("docs/dados.bin"))).toHex());
+}
+
+void TestCliContents::namesCannotDriveTheTerminal()
+{
+    // A title change, a colour and a bell; and a name that shows its extension backwards.
+    const QString escapes = QStringLiteral("\x1b]0;t\u00edtulo\x07\x1b[31mvermelho.txt");
+    const QString reversed = QStringLiteral("relat\u00f3rio\u202Etxt.exe");
+    QVERIFY(writeSource(QStringLiteral("nomes/") + escapes, "a"));
+    QVERIFY(writeSource(QStringLiteral("nomes/") + reversed, "b"));
+    QCOMPARE(run(QStringLiteral("import"), {path(QStringLiteral("nomes"))}).exitCode, 0);
+
+    CliResult result = run(QStringLiteral("ls"), {QStringLiteral("nomes")});
+    QCOMPARE(result.exitCode, 0);
+    QCOMPARE(result.outputLines().size(), 2);
+    QVERIFY(!result.output.contains('\x1b') && !result.output.contains('\x07'));
+    QVERIFY2(result.outputLines().at(0).endsWith(QStringLiteral("  ?]0;t\u00edtulo??[31mvermelho.txt")),
+             result.output.constData());
+    QVERIFY(result.outputLines().at(1).endsWith(QStringLiteral("  relat\u00f3rio?txt.exe")));
+
+    // The exact names stay available to scripts, escaped by JSON.
+    result = run(QStringLiteral("ls"), {QStringLiteral("nomes"), QStringLiteral("--json")});
+    QCOMPARE(result.exitCode, 0);
+    QVERIFY(!result.output.contains('\x1b'));
+    const QJsonArray entries = QJsonDocument::fromJson(result.output).array();
+    QCOMPARE(entries.size(), 2);
+    QCOMPARE(entries.at(0).toObject().value(QStringLiteral("path")).toString(),
+             QStringLiteral("nomes/") + escapes);
+    QCOMPARE(entries.at(1).toObject().value(QStringLiteral("path")).toString(),
+             QStringLiteral("nomes/") + reversed);
+
+    // Messages that repeat a name are made visible the same way.
+    result = run(QStringLiteral("rm"), {QStringLiteral("\x1b[2Jsumiu.txt")});
+    QCOMPARE(result.exitCode, 1);
+    QVERIFY(!result.errors.contains('\x1b'));
+    QVERIFY2(result.errors.contains("?[2Jsumiu.txt"), result.errors.constData());
 }
 
 void TestCliContents::lsRefusals()
