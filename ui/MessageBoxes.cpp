@@ -9,12 +9,12 @@ namespace Velmarin::UI {
 
 void MessageBoxes::information(QWidget* parent, const QString& title, const QString& text)
 {
-    QMessageBox::information(parent, title, text);
+    tell(QMessageBox::Information, parent, title, text);
 }
 
 void MessageBoxes::warning(QWidget* parent, const QString& title, const QString& text)
 {
-    QMessageBox::warning(parent, title, text);
+    tell(QMessageBox::Warning, parent, title, text);
 }
 
 bool MessageBoxes::askYesNo(QWidget* parent, const QString& title, const QString& text)
@@ -40,10 +40,18 @@ QString MessageBoxes::askText(QWidget* parent, const QString& title, const QStri
     return *accepted ? dialog.textValue() : QString();
 }
 
+void MessageBoxes::tell(QMessageBox::Icon icon, QWidget* parent, const QString& title, const QString& text)
+{
+    QMessageBox box(icon, title, text, QMessageBox::Ok, parent);
+    box.setTextFormat(Qt::PlainText);
+    box.exec();
+}
+
 bool MessageBoxes::ask(QWidget* parent, const QString& title, const QString& text, const QString& accept,
                        const QString& reject)
 {
     QMessageBox box(QMessageBox::Question, title, text, QMessageBox::NoButton, parent);
+    box.setTextFormat(Qt::PlainText);
     QPushButton* acceptButton = box.addButton(accept, QMessageBox::AcceptRole);
     QPushButton* rejectButton = box.addButton(reject, QMessageBox::RejectRole);
     box.setDefaultButton(rejectButton);

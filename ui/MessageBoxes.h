@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QCoreApplication>
+#include <QMessageBox>
 #include <QString>
 
 class QWidget;
@@ -8,7 +9,8 @@ class QWidget;
 namespace Velmarin::UI {
 
 // The window's message boxes. Every question defaults to its safe answer, and closing the box
-// counts as that answer, so a stray Enter or Esc never deletes or overwrites anything.
+// counts as that answer, so a stray Enter or Esc never deletes or overwrites anything. Texts are
+// shown as plain text: they carry names from the vault, and a name such as "<b>" is not markup.
 class MessageBoxes
 {
     Q_DECLARE_TR_FUNCTIONS(MessageBoxes)
@@ -26,6 +28,7 @@ public:
                            bool* accepted);
 
 private:
+    static void tell(QMessageBox::Icon icon, QWidget* parent, const QString& title, const QString& text);
     static bool ask(QWidget* parent, const QString& title, const QString& text, const QString& accept,
                     const QString& reject);
 };

@@ -54,6 +54,7 @@ MessageRecord DialogDriver::describe(QMessageBox* box)
     }
     record.defaultButton = box->defaultButton() ? box->defaultButton()->text() : QString();
     record.icon = box->icon();
+    record.textFormat = box->textFormat();
     record.hasParent = box->parentWidget() != nullptr;
     return record;
 }

@@ -21,6 +21,7 @@ struct MessageRecord
     QStringList buttons;
     QString defaultButton;
     QMessageBox::Icon icon = QMessageBox::NoIcon;
+    Qt::TextFormat textFormat = Qt::AutoText;
     bool hasParent = false;
 };
 

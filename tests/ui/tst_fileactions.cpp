@@ -64,6 +64,7 @@ private Q_SLOTS:
     void newFolderRefusals();
     void deleteFolder();
     void deleteFile();
+    void namesAreNeverReadAsMarkup();
     void contextMenuFollowsTheRow();
     void engineFailures_data();
     void engineFailures();
@@ -555,6 +556,7 @@ void FileActionsTest::newFolderRefusals()
         m_fixture.action(QStringLiteral("Nova pasta..."))->trigger();
         QCOMPARE(warning.title, QStringLiteral("Nova pasta"));
         QCOMPARE(warning.text, QStringLiteral("Já existe um item com esse nome nesta pasta."));
+        QCOMPARE(warning.textFormat, Qt::PlainText);
     }
     m_fixture.driver().expectInput(QStringLiteral("    "));
     m_fixture.action(QStringLiteral("Nova pasta..."))->trigger();
@@ -611,6 +613,21 @@ void FileActionsTest::deleteFile()
     QVERIFY(m_fixture.names().isEmpty());
     // The data stays until compaction.
     QCOMPARE(QFileInfo(m_fixture.container()).size(), size);
+}
+
+void FileActionsTest::namesAreNeverReadAsMarkup()
+{
+    // A name is text, whatever it looks like: shown as markup it would lose its tags.
+    const QString name = QStringLiteral("<h1>grande &amp; <u>sublinhado.txt");
+    setUpUnlocked({}, {{name, "a"}});
+    QVERIFY(m_fixture.selectRow(name));
+    MessageRecord question;
+    m_fixture.driver().expectMessage(QStringLiteral("Não"), &question);
+    m_fixture.action(QStringLiteral("Excluir..."))->trigger();
+    QVERIFY(m_fixture.driver().allHandled());
+    QVERIFY(question.text.startsWith(QStringLiteral("Excluir ") + name + QStringLiteral(" removerá")));
+    QCOMPARE(question.textFormat, Qt::PlainText);
+    QCOMPARE(m_fixture.names(), QStringList{name});
 }
 
 QStringList FileActionsTest::contextMenuFor(const QString& row)
