@@ -6,6 +6,7 @@
 #include "VaultManager.h"
 
 #include <QBuffer>
+#include <QDir>
 #include <QTemporaryDir>
 #include <QtTest>
 
@@ -40,6 +41,7 @@ private Q_SLOTS:
     void failedWorkspaceStillLeavesTheSessionOpen();
     void secondUnlockWhileUnlockedIsRefused();
     void readOnlySessionWritesNothingAndRefusesChanges();
+    void aReadOnlyDriveOpensButRefusesEveryChange();
 
 private:
     QString path(const QString& name) const { return m_dir->filePath(name); }
@@ -384,6 +386,49 @@ void TestVaultSession::readOnlySessionWritesNothingAndRefusesChanges()
     QVERIFY(vault.unlock(m_container, TestFiles::password()));
     QVERIFY(QFileInfo::exists(vault.workspaceDirectory()));
     QVERIFY(vault.createFolder(QStringLiteral("Nova")));
+}
+
+void TestVaultSession::aReadOnlyDriveOpensButRefusesEveryChange()
+{
+    QVERIFY(FailureInjection::isAvailable());
+    const QString drive = path(QStringLiteral("somente-leitura"));
+    const QString container = drive + QStringLiteral("/velmarin.vltx");
+    QVERIFY(QDir().mkpath(drive));
+    QVERIFY(QFile::copy(m_container, container));
+    VaultManager vault(m_dir->path());
+    QVERIFY(vault.unlock(container, TestFiles::password()));
+    QVERIFY(vault.createFolder(QStringLiteral("Antes")));
+    const QString source = path(QStringLiteral("nota.txt"));
+    QVERIFY(TestFiles::write(source, "nota"));
+    QVERIFY(vault.importFile(source, QStringLiteral("Antes/nota.txt")));
+    QVERIFY(vault.lock());
+    const QByteArray before = TestFiles::read(container);
+
+    {
+        // As the system reports a drive mounted read-only, or a card with its lock switch on.
+        const FailureInjection readOnly(QStringLiteral("/somente-leitura"), "read-only");
+        QVERIFY(!vault.createVault(drive + QStringLiteral("/outro.vltx"), TestFiles::password()));
+        QVERIFY(!QFile::exists(drive + QStringLiteral("/outro.vltx")));
+        QVERIFY(vault.unlock(container, TestFiles::password()));
+        QBuffer exported;
+        exported.open(QIODevice::WriteOnly);
+        QVERIFY(vault.exportFile(QStringLiteral("Antes/nota.txt"), &exported));
+        QCOMPARE(exported.data(), QByteArray("nota"));
+        QVERIFY(!vault.importFile(source, QStringLiteral("nova.txt")));
+        QVERIFY(!vault.createFolder(QStringLiteral("Nova")));
+        QVERIFY(!vault.renameFile(QStringLiteral("Antes/nota.txt"), QStringLiteral("Antes/outra.txt")));
+        QVERIFY(!vault.deleteFile(QStringLiteral("Antes/nota.txt")));
+        QString preserved;
+        QVERIFY(!vault.compactVault({}, &preserved));
+        QVERIFY(vault.fileExists(QStringLiteral("Antes/nota.txt")));
+        QVERIFY(!vault.fileExists(QStringLiteral("nova.txt")));
+        QVERIFY(vault.lock());
+        QVERIFY(!vault.changePassword(container, TestFiles::password(), "uma senha nova e longa"));
+        QVERIFY(TestFiles::read(container) == before);
+    }
+    QVERIFY(vault.unlock(container, TestFiles::password()));
+    QVERIFY(vault.fileExists(QStringLiteral("Antes/nota.txt")));
+    QVERIFY(vault.lock());
 }
 
 QTEST_GUILESS_MAIN(TestVaultSession)

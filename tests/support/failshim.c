@@ -1,7 +1,9 @@
 /*
  * Failure injection for tests, loaded with LD_PRELOAD. Inert unless VELMARIN_FAIL_PATH is set:
  *   VELMARIN_FAIL_PATH    substring of the paths whose calls fail
- *   VELMARIN_FAIL_CALLS   comma list of: open-write, open-read, write, read, corrupt, fsync, unlink, rename
+ *   VELMARIN_FAIL_CALLS   comma list of: open-write, open-read, write, read, corrupt, fsync, unlink, rename,
+ *                         read-only (every open for writing, creation, unlink and rename fails with
+ *                         EROFS, as on a drive mounted read-only or with its write switch on)
  *                         ("corrupt" writes every byte inverted, as a failing medium would)
  *   VELMARIN_FAIL_AFTER   bytes a matching descriptor may write (or read) before "write" ("read")
  *                         fails (default 0)
@@ -72,6 +74,10 @@ typedef int (*RenameAtFn)(int, const char*, int, const char*);
 
 static int refuseOpen(const char* path, int flags)
 {
+    if ((flags & (O_WRONLY | O_RDWR | O_CREAT)) && matches(path) && fails("read-only")) {
+        errno = EROFS;
+        return 1;
+    }
     if ((flags & (O_WRONLY | O_RDWR)) && matches(path) && fails("open-write")) {
         errno = EIO;
         return 1;
@@ -238,6 +244,10 @@ int close(int fd)
 int unlink(const char* path)
 {
     REAL("unlink", PathFn);
+    if (matches(path) && fails("read-only")) {
+        errno = EROFS;
+        return -1;
+    }
     if (matches(path) && fails("unlink")) {
         errno = EBUSY;
         return -1;
@@ -248,6 +258,10 @@ int unlink(const char* path)
 int unlinkat(int dirfd, const char* path, int flags)
 {
     REAL("unlinkat", UnlinkAtFn);
+    if (matches(path) && fails("read-only")) {
+        errno = EROFS;
+        return -1;
+    }
     if (matches(path) && fails("unlink")) {
         errno = EBUSY;
         return -1;
@@ -258,6 +272,10 @@ int unlinkat(int dirfd, const char* path, int flags)
 int rename(const char* from, const char* to)
 {
     REAL("rename", RenameFn);
+    if ((matches(from) || matches(to)) && fails("read-only")) {
+        errno = EROFS;
+        return -1;
+    }
     if ((matches(from) || matches(to)) && fails("rename")) {
         errno = EIO;
         return -1;
@@ -268,6 +286,10 @@ int rename(const char* from, const char* to)
 int renameat(int fromDir, const char* from, int toDir, const char* to)
 {
     REAL("renameat", RenameAtFn);
+    if ((matches(from) || matches(to)) && fails("read-only")) {
+        errno = EROFS;
+        return -1;
+    }
     if ((matches(from) || matches(to)) && fails("rename")) {
         errno = EIO;
         return -1;
