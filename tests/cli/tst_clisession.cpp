@@ -59,6 +59,7 @@ private Q_SLOTS:
     void createWithEachNewPasswordSource_data();
     void createWithEachNewPasswordSource();
     void createRefusals();
+    void passwordsAreBytesEvenWhenNotUtf8();
     void createIntoAFolderUsesTheDefaultName();
     void unlockWithEachPasswordSource();
     void passwordSourceProblems_data();
@@ -264,6 +265,27 @@ void TestCliSession::createWithEachNewPasswordSource()
     if (password != stored) {
         QVERIFY(!unlocks(container, stored));
     }
+}
+
+void TestCliSession::passwordsAreBytesEvenWhenNotUtf8()
+{
+    // A password file from another system's encoding: its bytes are the password, as they are.
+    const QByteArray latin1 = "senha em Latin-1: a\xe7\xe3o \xff";
+    QVERIFY(TestFiles::write(path(QStringLiteral("latin1.txt")), latin1 + '\n'));
+    const QString container = path(QStringLiteral("latin1.vltx"));
+    CliResult result = m_cli->run({QStringLiteral("create"), container, QStringLiteral("--new-password-file"),
+                                   QStringLiteral("latin1.txt")});
+    QCOMPARE(result.exitCode, 0);
+    result = m_cli->run(
+        {QStringLiteral("ls"), container, QStringLiteral("--password-file"), QStringLiteral("latin1.txt")});
+    QCOMPARE(result.exitCode, 0);
+
+    // The same text read as UTF-8 (each bad byte a replacement character) is another password.
+    QVERIFY(TestFiles::write(path(QStringLiteral("lida.txt")), QString::fromUtf8(latin1).toUtf8()));
+    QVERIFY(QString::fromUtf8(latin1).toUtf8() != latin1);
+    result = m_cli->run(
+        {QStringLiteral("ls"), container, QStringLiteral("--password-file"), QStringLiteral("lida.txt")});
+    QCOMPARE(result.exitCode, 3);
 }
 
 void TestCliSession::createRefusals()
