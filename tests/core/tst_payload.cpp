@@ -38,6 +38,7 @@ private Q_SLOTS:
     void importOverAnyLetterCaseReplaces();
     void importCreatesMissingFolders();
     void importRefusesBadInput();
+    void unusualNamesAreKeptAsTheyAre();
     void fullDiskDuringThirdBlockLeavesEverythingAsBefore();
     void alteredBlockFailsExportAtThatBlock();
     void exportOfMissingPathLeavesAnEmptyFile();
@@ -193,6 +194,29 @@ void TestPayload::importRefusesBadInput()
     QVERIFY(m_fixture.vault().lock());
     QVERIFY(!m_fixture.vault().importFile(source, QStringLiteral("a.txt")));
     QCOMPARE(TestFiles::read(m_fixture.container()), before);
+}
+
+void TestPayload::unusualNamesAreKeptAsTheyAre()
+{
+    // Vault paths are names inside the container, not the system's: names Windows reserves, control
+    // characters and a trailing dot are stored, listed and read back unchanged, and survive a reopen.
+    const QStringList names = {QStringLiteral("CON"),
+                               QStringLiteral("aux.txt"),
+                               QStringLiteral("LPT1/nul.c"),
+                               QStringLiteral("sino\x07 e\ttab"),
+                               QStringLiteral("escape\x1b[31m"),
+                               QStringLiteral("ponto final."),
+                               QStringLiteral("dois:pontos?*<>|\"")};
+    for (const QString& name : names) {
+        QVERIFY2(m_fixture.importText(name, name.toUtf8()), qPrintable(name));
+    }
+    QVERIFY(m_fixture.vault().lock());
+    QVERIFY(m_fixture.vault().unlock(m_fixture.container(), TestFiles::password()));
+    for (const QString& name : names) {
+        QVERIFY2(m_fixture.vault().fileExists(name), qPrintable(name));
+        QCOMPARE(m_fixture.exported(name), name.toUtf8());
+    }
+    QCOMPARE(m_fixture.vault().index().files().size(), names.size());
 }
 
 void TestPayload::fullDiskDuringThirdBlockLeavesEverythingAsBefore()
