@@ -1,6 +1,11 @@
 #pragma once
 
+#include <QtGlobal>
+
+#include <functional>
+
 class QFileDevice;
+class QString;
 
 namespace Velmarin::Core {
 
@@ -10,6 +15,21 @@ class FileSync
 {
 public:
     static bool flushToDevice(QFileDevice& file);
+    // A file's creation, removal or new name lives in its folder: that is what must reach the
+    // device for the name itself to survive a cut.
+    static bool syncFolderOf(const QString& filePath);
+    // Puts from in the place of to in one step, so a cut leaves one of the two files there, never
+    // neither, and waits until the new name is on the device.
+    static bool replaceFile(const QString& from, const QString& to);
+    // Removes the file and waits until its removal is on the device; a file already gone counts.
+    static bool removeFile(const QString& filePath);
+
+    static constexpr qint64 CopyPieceSize = 8388608;
+    // (bytes copied, bytes in all), after every piece.
+    using CopyProgress = std::function<void(qint64, qint64)>;
+    // Copies from onto to (created or truncated) and waits until the copy and its name are on the
+    // device. A failure removes the partial copy, so it is never mistaken for a whole one.
+    static bool copyFile(const QString& from, const QString& to, const CopyProgress& progress = {});
 };
 
 } // namespace Velmarin::Core

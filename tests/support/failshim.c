@@ -1,10 +1,15 @@
 /*
  * Failure injection for tests, loaded with LD_PRELOAD. Inert unless VELMARIN_FAIL_PATH is set:
- *   VELMARIN_FAIL_PATH    substring of the paths whose calls fail
- *   VELMARIN_FAIL_CALLS   comma list of: open-write, open-read, write, read, corrupt, fsync, unlink, rename,
+ *   VELMARIN_FAIL_PATH    substring of the paths whose calls fail; a final '$' makes it match only at
+ *                         the end of a path (a container, and not the journal beside it)
+ *   VELMARIN_FAIL_CALLS   comma list of: open-write, open-read, write, write-once (only the first write
+ *                         past the allowance fails, as a passing fault would), read, corrupt, fsync,
+ *                         unlink, rename,
  *                         read-only (every open for writing, creation, unlink and rename fails with
  *                         EROFS, as on a drive mounted read-only or with its write switch on)
- *                         ("corrupt" writes every byte inverted, as a failing medium would)
+ *                         ("corrupt" writes every byte inverted, as a failing medium would),
+ *                         no-room (every statvfs answers that no byte is free, whatever the path:
+ *                         the system asks about the root of a file system, not the path given)
  *   VELMARIN_FAIL_AFTER   bytes a matching descriptor may write (or read) before "write" ("read")
  *                         fails (default 0)
  * Failures look like a full device (ENOSPC) or a vanished drive (EIO), as the system would report.
@@ -16,6 +21,7 @@
 #include <stdarg.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/statvfs.h>
 #include <sys/types.h>
 #include <unistd.h>
 
@@ -24,6 +30,7 @@
 static long long g_written[MAX_DESCRIPTORS];
 static long long g_read[MAX_DESCRIPTORS];
 static char g_tracked[MAX_DESCRIPTORS];
+static int g_failedOnce;
 
 static int fails(const char* call)
 {
@@ -45,7 +52,15 @@ static int fails(const char* call)
 static int matches(const char* path)
 {
     const char* pattern = getenv("VELMARIN_FAIL_PATH");
-    return pattern != NULL && path != NULL && strstr(path, pattern) != NULL;
+    if (pattern == NULL || path == NULL) {
+        return 0;
+    }
+    size_t length = strlen(pattern);
+    if (length > 0 && pattern[length - 1] == '$') {
+        size_t pathLength = strlen(path);
+        return pathLength >= length - 1 && strncmp(path + pathLength - (length - 1), pattern, length - 1) == 0;
+    }
+    return strstr(path, pattern) != NULL;
 }
 
 static void track(int fd, const char* path)
@@ -65,6 +80,8 @@ typedef int (*FdFn)(int);
 typedef int (*PathFn)(const char*);
 typedef int (*UnlinkAtFn)(int, const char*, int);
 typedef int (*RenameFn)(const char*, const char*);
+typedef int (*StatVfsFn)(const char*, struct statvfs*);
+typedef int (*StatVfs64Fn)(const char*, struct statvfs64*);
 typedef int (*RenameAtFn)(int, const char*, int, const char*);
 
 #define REAL(name, type)                                                                                     \
@@ -158,11 +175,12 @@ static int isTracked(int fd)
 ssize_t write(int fd, const void* buffer, size_t count)
 {
     REAL("write", WriteFn);
-    if (isTracked(fd) && fails("write")) {
+    if (isTracked(fd) && (fails("write") || (fails("write-once") && !g_failedOnce))) {
         const char* after = getenv("VELMARIN_FAIL_AFTER");
         long long allowed = after ? atoll(after) : 0;
         long long left = allowed - g_written[fd];
         if (left <= 0) {
+            g_failedOnce = 1;
             errno = ENOSPC;
             return -1;
         }
@@ -295,4 +313,26 @@ int renameat(int fromDir, const char* from, int toDir, const char* to)
         return -1;
     }
     return real(fromDir, from, toDir, to);
+}
+
+int statvfs(const char* path, struct statvfs* out)
+{
+    REAL("statvfs", StatVfsFn);
+    int result = real(path, out);
+    if (result == 0 && fails("no-room")) {
+        out->f_bavail = 0;
+        out->f_bfree = 0;
+    }
+    return result;
+}
+
+int statvfs64(const char* path, struct statvfs64* out)
+{
+    REAL("statvfs64", StatVfs64Fn);
+    int result = real(path, out);
+    if (result == 0 && fails("no-room")) {
+        out->f_bavail = 0;
+        out->f_bfree = 0;
+    }
+    return result;
 }
