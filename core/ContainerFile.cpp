@@ -1,5 +1,8 @@
 #include "ContainerFile.h"
 
+#include "ContainerJournal.h"
+#include "FileSync.h"
+
 #include <QDir>
 #include <QFile>
 #include <QJsonDocument>
@@ -49,16 +52,12 @@ QString ContainerFile::defaultContainerPath(const QString& driveRoot)
     return QDir(driveRoot).filePath(DefaultFileName);
 }
 
-bool ContainerFile::readHeader(const QString& path, ContainerHeader& out) const
+bool ContainerFile::readRawHeader(QFile& file, QByteArray& line, QByteArray& json)
 {
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly)) {
-        return false;
-    }
     if (file.read(FileMagic.size()) != FileMagic) {
         return false;
     }
-    const QByteArray line = file.readLine(MaxLengthLine);
+    line = file.readLine(MaxLengthLine);
     if (!line.endsWith('\n')) {
         return false;
     }
@@ -69,12 +68,31 @@ bool ContainerFile::readHeader(const QString& path, ContainerHeader& out) const
     }
     // Only the JSON is read; the zeros after it are not needed to know the header, but a file too
     // short to hold the whole region is still refused.
-    const qint64 payloadOffset = FileMagic.size() + line.size() + HeaderRegionSize;
-    if (file.size() < payloadOffset) {
+    if (file.size() < FileMagic.size() + line.size() + HeaderRegionSize) {
         return false;
     }
-    const QByteArray json = file.read(length);
-    if (json.size() != length) {
+    json = file.read(length);
+    return json.size() == length;
+}
+
+bool ContainerFile::readHeaderBytes(const QString& path, QByteArray& out) const
+{
+    QFile file(path);
+    QByteArray line;
+    QByteArray json;
+    if (!file.open(QIODevice::ReadOnly) || !readRawHeader(file, line, json)) {
+        return false;
+    }
+    out = line + json;
+    return true;
+}
+
+bool ContainerFile::readHeader(const QString& path, ContainerHeader& out) const
+{
+    QFile file(path);
+    QByteArray line;
+    QByteArray json;
+    if (!file.open(QIODevice::ReadOnly) || !readRawHeader(file, line, json)) {
         return false;
     }
     const QJsonDocument document = QJsonDocument::fromJson(json);
@@ -102,8 +120,8 @@ bool ContainerFile::readHeader(const QString& path, ContainerHeader& out) const
     for (auto it = payloads.constBegin(); it != payloads.constEnd(); ++it) {
         header.filePayloads.insert(it.key(), decodeBase64(it.value()));
     }
-    header.payloadOffset = payloadOffset;
-    header.headerLength = length;
+    header.payloadOffset = FileMagic.size() + line.size() + HeaderRegionSize;
+    header.headerLength = json.size();
     out = std::move(header);
     return true;
 }
@@ -130,42 +148,103 @@ bool ContainerFile::writeNewContainer(const QString& path, const ContainerHeader
     if (!file.seek(FileMagic.size()) || file.write(bytes) != bytes.size()) {
         return false;
     }
-    return file.commit();
+    // The save file syncs its contents before taking the name; the name lives in the folder.
+    return file.commit() && FileSync::syncFolderOf(path);
 }
 
-bool ContainerFile::rewriteHeader(const QString& path, const ContainerHeader& header) const
+bool ContainerFile::rewriteHeader(const QString& path, const ContainerHeader& header,
+                                  bool* oldHeaderKept) const
 {
-    QFile file(path);
-    if (!file.open(QIODevice::ReadWrite)) {
-        return false;
+    if (oldHeaderKept != nullptr) {
+        *oldHeaderKept = true;
     }
-    if (file.read(FileMagic.size()) != FileMagic) {
+    QFile file(path);
+    QByteArray line;
+    QByteArray oldJson;
+    if (!file.open(QIODevice::ReadWrite) || !readRawHeader(file, line, oldJson)) {
         return false;
     }
     // A foreign writer may have left a shorter length line; our 21 bytes would then spill over the
     // first block, so such a header is never rewritten in place.
-    const QByteArray line = file.readLine(MaxLengthLine);
-    if (line.size() != LengthDigits + 1 || !line.endsWith('\n')) {
+    if (line.size() != LengthDigits + 1) {
         return false;
     }
     const QByteArray json = serializeHeader(header);
     if (json.size() > HeaderRegionSize) {
         return false;
     }
+    const QByteArray oldHeader = line + oldJson;
+    const QByteArray newHeader = lengthLine(json.size()) + json;
     // The rest of the region is zeros already; only what the old JSON covered and the new one no
-    // longer does needs clearing. An unreadable old length clears the whole region.
-    bool isNumber = false;
-    const qint64 oldLength = line.trimmed().toLongLong(&isNumber, 10);
-    const qint64 covered =
-        isNumber && oldLength >= 0 && oldLength <= HeaderRegionSize ? oldLength : HeaderRegionSize;
-    QByteArray bytes = QByteArray::number(json.size()).rightJustified(LengthDigits, '0') + '\n' + json;
-    if (covered > json.size()) {
-        bytes += QByteArray(covered - json.size(), '\0');
-    }
-    if (!file.seek(FileMagic.size()) || file.write(bytes) != bytes.size()) {
+    // longer does needs clearing.
+    const QByteArray bytes = padded(newHeader, oldHeader.size());
+    // Until the new header is whole on the device, the journal can put the old one back.
+    if (!ContainerJournal::forHeaderChange(oldHeader, newHeader).write(path)) {
+        ContainerJournal::remove(path);
         return false;
     }
-    return file.flush();
+    if (oldHeaderKept != nullptr) {
+        *oldHeaderKept = false;
+    }
+    if (!writeAt(file, FileMagic.size(), bytes)) {
+        file.close();
+        // The drive still answers, perhaps: the old header goes back while the journal still guards it.
+        QFile again(path);
+        if (!again.open(QIODevice::ReadWrite) ||
+            !writeAt(again, FileMagic.size(), padded(oldHeader, newHeader.size())) ||
+            !ContainerJournal::remove(path)) {
+            return false;
+        }
+        if (oldHeaderKept != nullptr) {
+            *oldHeaderKept = true;
+        }
+        return false;
+    }
+    // The new header is on the device; a journal that cannot be removed now is stale, and the next
+    // unlock removes it.
+    ContainerJournal::remove(path);
+    return true;
+}
+
+bool ContainerFile::restoreHeaderBytes(const QString& path, const QByteArray& header) const
+{
+    QFile file(path);
+    if (header.size() > LengthDigits + 1 + HeaderRegionSize || !file.open(QIODevice::ReadWrite) ||
+        file.read(FileMagic.size()) != FileMagic || file.size() < PayloadOffset) {
+        return false;
+    }
+    return writeAt(file, FileMagic.size(), padded(header, LengthDigits + 1 + HeaderRegionSize));
+}
+
+bool ContainerFile::clearAfterHeader(const QString& path, qint64 coveredBefore) const
+{
+    QFile file(path);
+    QByteArray line;
+    QByteArray json;
+    if (!file.open(QIODevice::ReadWrite) || !readRawHeader(file, line, json)) {
+        return false;
+    }
+    const qint64 end = line.size() + json.size();
+    const qint64 limit = qMin<qint64>(coveredBefore, LengthDigits + 1 + HeaderRegionSize);
+    return end >= limit || writeAt(file, FileMagic.size() + end, QByteArray(limit - end, '\0'));
+}
+
+bool ContainerFile::writeAt(QFile& file, qint64 offset, const QByteArray& bytes)
+{
+    return file.seek(offset) && file.write(bytes) == bytes.size() && FileSync::flushToDevice(file);
+}
+
+QByteArray ContainerFile::lengthLine(qint64 jsonSize)
+{
+    return QByteArray::number(jsonSize).rightJustified(LengthDigits, '0') + '\n';
+}
+
+QByteArray ContainerFile::padded(const QByteArray& header, qint64 coveredBefore)
+{
+    if (coveredBefore <= header.size()) {
+        return header;
+    }
+    return header + QByteArray(coveredBefore - header.size(), '\0');
 }
 
 QByteArray ContainerFile::serializeHeader(const ContainerHeader& header) const
@@ -190,9 +269,8 @@ QByteArray ContainerFile::serializeHeader(const ContainerHeader& header) const
 
 QByteArray ContainerFile::headerBytes(const QByteArray& json)
 {
-    QByteArray bytes = QByteArray::number(json.size()).rightJustified(LengthDigits, '0');
+    QByteArray bytes = lengthLine(json.size());
     bytes.reserve(LengthDigits + 1 + HeaderRegionSize);
-    bytes += '\n';
     bytes += json;
     bytes += QByteArray(HeaderRegionSize - json.size(), '\0');
     return bytes;

@@ -1,5 +1,8 @@
 #include "VaultManager.h"
 
+#include "ContainerJournal.h"
+#include "ContainerRecovery.h"
+#include "FileSync.h"
 #include "IndexCipher.h"
 #include "PayloadStore.h"
 #include "ProcessProtection.h"
@@ -142,6 +145,12 @@ bool VaultManager::unlock(const QString& containerPath, const QByteArray& passwo
     }
     // Before the master key exists in this process.
     ProcessProtection::disableCoreDumps();
+    m_recovery = Recovery::Nothing;
+    // A compaction cut short may have left only its journal where the container was.
+    if (access == Access::ReadWrite && !QFileInfo::exists(containerPath) &&
+        recoverContainer(containerPath) == Recovery::Failed) {
+        return false;
+    }
     // The lock comes first: a container another session holds is refused before any password work.
     if (m_lock.acquire(containerPath) != ContainerLock::Result::Acquired) {
         return false;
@@ -150,6 +159,16 @@ bool VaultManager::unlock(const QString& containerPath, const QByteArray& passwo
         m_lock.release();
         return false;
     };
+    // A read-only session writes nothing, so it opens only what reads as it stands.
+    if (access == Access::ReadWrite && m_recovery == Recovery::Nothing &&
+        recoverContainer(containerPath) == Recovery::Failed) {
+        return refuse();
+    }
+    // A container put back from its compacted copy is a new file; the lock held the old one.
+    if (m_recovery == Recovery::ContainerRestored &&
+        m_lock.acquire(containerPath) != ContainerLock::Result::Acquired) {
+        return false;
+    }
     ContainerHeader header;
     if (!m_containerFile.readHeader(containerPath, header)) {
         return refuse();
@@ -172,6 +191,48 @@ bool VaultManager::unlock(const QString& containerPath, const QByteArray& passwo
     }
     // Failing to take the workspace still leaves the session open; the next lock releases it.
     return m_workspace.acquire();
+}
+
+VaultManager::Recovery VaultManager::recover(const QString& containerPath)
+{
+    if (isUnlocked()) {
+        return Recovery::Failed;
+    }
+    m_recovery = Recovery::Nothing;
+    ContainerLock lock;
+    if (QFileInfo::exists(containerPath) && lock.acquire(containerPath) != ContainerLock::Result::Acquired) {
+        return Recovery::Failed;
+    }
+    return recoverContainer(containerPath);
+}
+
+VaultManager::Recovery VaultManager::recoverContainer(const QString& containerPath)
+{
+    if (!ContainerRecovery::hasJournal(containerPath) &&
+        !QFileInfo::exists(ContainerRecovery::replacementPathFor(containerPath))) {
+        return Recovery::Nothing;
+    }
+    // The journal's own lock: while a compaction copies onto a drive that has no whole container,
+    // the container's lock guards nothing.
+    ContainerLock journalLock;
+    if (ContainerRecovery::hasJournal(containerPath) &&
+        journalLock.acquire(ContainerJournal::pathFor(containerPath)) != ContainerLock::Result::Acquired) {
+        return Recovery::Failed;
+    }
+    const ContainerRecovery::Outcome outcome = ContainerRecovery(m_containerFile).recover(containerPath);
+    switch (outcome) {
+    case ContainerRecovery::Outcome::HeaderRestored:
+        m_recovery = Recovery::HeaderRestored;
+        break;
+    case ContainerRecovery::Outcome::ContainerRestored:
+        m_recovery = Recovery::ContainerRestored;
+        break;
+    case ContainerRecovery::Outcome::Failed:
+        return Recovery::Failed;
+    case ContainerRecovery::Outcome::Nothing:
+        break;
+    }
+    return m_recovery;
 }
 
 bool VaultManager::lock()
@@ -206,8 +267,10 @@ bool VaultManager::changePassword(const QString& containerPath, const QByteArray
     if (lock.acquire(containerPath) != ContainerLock::Result::Acquired) {
         return false;
     }
+    m_recovery = Recovery::Nothing;
     ContainerHeader header;
-    if (!m_containerFile.readHeader(containerPath, header)) {
+    if (recoverContainer(containerPath) == Recovery::Failed ||
+        !m_containerFile.readHeader(containerPath, header)) {
         return false;
     }
     const SecretBytes masterKey = unwrapMasterKey(header, currentPassword);
@@ -229,16 +292,27 @@ bool VaultManager::changePassword(const QString& containerPath, const QByteArray
 bool VaultManager::saveIndex(const VaultIndex& newIndex)
 {
     ContainerHeader header;
-    if (!m_containerFile.readHeader(m_containerPath, header)) {
-        return false;
-    }
-    return saveIndex(header, newIndex);
+    return readCurrentHeader(header) && saveIndex(header, newIndex);
 }
 
-bool VaultManager::saveIndex(ContainerHeader& header, const VaultIndex& newIndex)
+bool VaultManager::readCurrentHeader(ContainerHeader& header)
 {
+    if (m_containerFile.readHeader(m_containerPath, header)) {
+        return true;
+    }
+    // An earlier change of this session may have been cut off by the drive half-way through its
+    // header; this session holds the lock, so it can put the old header back itself.
+    return recoverContainer(m_containerPath) != Recovery::Failed &&
+           m_containerFile.readHeader(m_containerPath, header);
+}
+
+bool VaultManager::saveIndex(ContainerHeader& header, const VaultIndex& newIndex, bool* oldHeaderKept)
+{
+    if (oldHeaderKept != nullptr) {
+        *oldHeaderKept = true;
+    }
     if (!indexCipher().sealInto(header, newIndex) ||
-        !m_containerFile.rewriteHeader(m_containerPath, header)) {
+        !m_containerFile.rewriteHeader(m_containerPath, header, oldHeaderKept)) {
         return false;
     }
     m_index = newIndex;
@@ -262,7 +336,7 @@ bool VaultManager::importFile(const QString& sourcePath, const QString& vaultPat
         return false;
     }
     ContainerHeader header;
-    if (!m_containerFile.readHeader(m_containerPath, header)) {
+    if (!readCurrentHeader(header)) {
         return false;
     }
 
@@ -290,12 +364,17 @@ bool VaultManager::importFile(const QString& sourcePath, const QString& vaultPat
     }
     const qint64 rollbackSize = container.size();
     const PayloadStore store = payloadStore();
+    // The blocks are on the device before the header that refers to them is written.
     const bool appended = container.seek(rollbackSize) &&
                           store.appendBlocks(source, container, entry.sizeBytes, target, progress, entry) &&
-                          container.flush();
+                          FileSync::flushToDevice(container);
     container.close();
-    if (!appended || !newIndex.upsertFile(entry) || !saveIndex(header, newIndex)) {
-        truncateContainer(container, m_containerPath, rollbackSize);
+    bool oldHeaderKept = true;
+    if (!appended || !newIndex.upsertFile(entry) || !saveIndex(header, newIndex, &oldHeaderKept)) {
+        // A header that may refer to the new blocks keeps them; they are dead space at worst.
+        if (oldHeaderKept) {
+            truncateContainer(container, m_containerPath, rollbackSize);
+        }
         return false;
     }
     return true;
@@ -310,7 +389,7 @@ void VaultManager::truncateContainer(QFile& container, const QString& path, qint
         }
     }
     container.resize(size);
-    container.flush();
+    FileSync::flushToDevice(container);
     container.close();
 }
 

@@ -40,6 +40,18 @@ public:
         ReadOnly
     };
 
+    // What had to be put back from a journal beside the container, after a change was cut short.
+    enum class Recovery
+    {
+        Nothing,
+        // The header from before the interrupted change: that change is lost, nothing else.
+        HeaderRestored,
+        // The compacted container, from its copy on the local disk.
+        ContainerRestored,
+        // A journal is there but the container could not be made whole; everything was left as it was.
+        Failed
+    };
+
     // The workspace goes below workspaceParent, by default the system's temporary folder.
     explicit VaultManager(const QString& workspaceParent = QString());
     ~VaultManager();
@@ -51,6 +63,11 @@ public:
     bool createVault(const QString& containerPath, const QByteArray& password);
     bool unlock(const QString& containerPath, const QByteArray& password, Access access = Access::ReadWrite);
     bool lock();
+    // What the last unlock, recover or changePassword had to put back first (never in read-only
+    // sessions, which write nothing).
+    Recovery lastRecovery() const { return m_recovery; }
+    // Finishes or undoes a change that was cut short, without a password; while locked only.
+    Recovery recover(const QString& containerPath);
     bool changePassword(const QString& containerPath, const QByteArray& currentPassword,
                         const QByteArray& newPassword);
 
@@ -102,7 +119,12 @@ private:
     SecretBytes unwrapMasterKey(const ContainerHeader& header, const QByteArray& password) const;
     // Writes newIndex into the container header and, only then, makes it the live index.
     bool saveIndex(const VaultIndex& newIndex);
-    bool saveIndex(ContainerHeader& header, const VaultIndex& newIndex);
+    // oldHeaderKept: see ContainerFile::rewriteHeader.
+    bool saveIndex(ContainerHeader& header, const VaultIndex& newIndex, bool* oldHeaderKept = nullptr);
+    // The container's header, recovered first when an earlier change left it torn.
+    bool readCurrentHeader(ContainerHeader& header);
+    // recover, for a caller that holds the container's lock or knows there is no container.
+    Recovery recoverContainer(const QString& containerPath);
     // Puts the container back to size after a failed append.
     static void truncateContainer(QFile& container, const QString& path, qint64 size);
 
@@ -112,6 +134,7 @@ private:
     ContainerLock m_lock;
     Workspace m_workspace;
     State m_state = State::Locked;
+    Recovery m_recovery = Recovery::Nothing;
     Access m_access = Access::ReadWrite;
     QString m_containerPath;
     SecretBytes m_masterKey;
