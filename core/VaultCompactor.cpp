@@ -2,13 +2,17 @@
 
 #include "ByteCount.h"
 #include "ContainerFile.h"
-#include "FileSync.h"
+#include "ContainerJournal.h"
+#include "ContainerLock.h"
+#include "ContainerRecovery.h"
 #include "IndexCipher.h"
 #include "PayloadStore.h"
 
 #include <QCoreApplication>
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
+#include <QStorageInfo>
 #include <QTemporaryDir>
 
 namespace Velmarin::Core {
@@ -55,19 +59,87 @@ bool VaultCompactor::compact(const QString& containerPath, const VaultIndex& liv
         workFolder.remove();
         return false;
     }
-    if (!QFile::remove(containerPath)) {
-        workFolder.remove();
-        return false;
-    }
-    if (!copyOntoDrive(newPath, containerPath, progress)) {
-        if (preservedPath != nullptr) {
-            *preservedPath = newPath;
+    const bool replaced = hasRoomBeside(containerPath, QFileInfo(newPath).size())
+                              ? replaceBeside(newPath, containerPath, progress)
+                              : replaceInTurn(newPath, containerPath, progress, preservedPath);
+    if (!replaced) {
+        // A preserved container keeps its folder: it is the only whole copy of the vault.
+        if (preservedPath == nullptr || preservedPath->isEmpty()) {
+            workFolder.remove();
         }
         return false;
     }
     compactedIndex = newIndex;
     workFolder.remove();
     return true;
+}
+
+bool VaultCompactor::hasRoomBeside(const QString& containerPath, qint64 newSize)
+{
+    const QStorageInfo drive(QFileInfo(containerPath).absolutePath());
+    return drive.isValid() && drive.bytesAvailable() >= newSize + RoomMargin;
+}
+
+bool VaultCompactor::replaceBeside(const QString& newPath, const QString& containerPath,
+                                   const ProgressCallback& progress) const
+{
+    // The old container stays whole under its name until the new one, whole and on the device,
+    // takes the name in one step.
+    const QString replacement = ContainerRecovery::replacementPathFor(containerPath);
+    if (!FileSync::copyFile(newPath, replacement, swapProgress(progress))) {
+        return false;
+    }
+    if (!FileSync::replaceFile(replacement, containerPath)) {
+        FileSync::removeFile(replacement);
+        return false;
+    }
+    return true;
+}
+
+bool VaultCompactor::replaceInTurn(const QString& newPath, const QString& containerPath,
+                                   const ProgressCallback& progress, QString* preservedPath) const
+{
+    // No room for two: the old container must go first. Until the new one is whole on the drive, a
+    // journal there names the local copy, so that the next unlock puts it back after a cut.
+    QByteArray oldHeader;
+    QByteArray newHeader;
+    if (!m_containerFile.readHeaderBytes(containerPath, oldHeader) ||
+        !m_containerFile.readHeaderBytes(newPath, newHeader)) {
+        return false;
+    }
+    const ContainerJournal journal = ContainerJournal::forCompaction(
+        oldHeader, QFileInfo(containerPath).size(), newHeader, QFileInfo(newPath).size(), newPath);
+    // Held while the drive has no whole container, which no container lock can guard.
+    ContainerLock journalLock;
+    if (!journal.write(containerPath) ||
+        journalLock.acquire(ContainerJournal::pathFor(containerPath)) != ContainerLock::Result::Acquired) {
+        ContainerJournal::remove(containerPath);
+        return false;
+    }
+    if (!FileSync::removeFile(containerPath)) {
+        journalLock.release();
+        ContainerJournal::remove(containerPath);
+        return false;
+    }
+    if (!FileSync::copyFile(newPath, containerPath, swapProgress(progress))) {
+        if (preservedPath != nullptr) {
+            *preservedPath = newPath;
+        }
+        return false;
+    }
+    journalLock.release();
+    // The new container is whole; a journal that cannot go now is stale and the next unlock removes it.
+    ContainerJournal::remove(containerPath);
+    return true;
+}
+
+FileSync::CopyProgress VaultCompactor::swapProgress(const ProgressCallback& progress)
+{
+    if (!progress) {
+        return {};
+    }
+    const QString label = replacingLabel();
+    return [progress, label](qint64 copied, qint64 total) { progress(copied, total, label); };
 }
 
 bool VaultCompactor::copyLiveBlocks(QIODevice& oldContainer, QIODevice& newContainer,
@@ -118,44 +190,6 @@ bool VaultCompactor::verify(const QString& newPath, const VaultIndex& liveIndex)
     return m_containerFile.readHeader(newPath, header) && m_cipher.decryptIndex(header, reread) &&
            reread.files().size() == liveIndex.files().size() &&
            reread.directories().size() == liveIndex.directories().size();
-}
-
-bool VaultCompactor::copyOntoDrive(const QString& newPath, const QString& containerPath,
-                                   const ProgressCallback& progress) const
-{
-    QFile source(newPath);
-    if (!source.open(QIODevice::ReadOnly)) {
-        return false;
-    }
-    QFile destination(containerPath);
-    if (!destination.open(QIODevice::WriteOnly)) {
-        return false;
-    }
-    const qint64 total = source.size();
-    const QString label = replacingLabel();
-    if (progress) {
-        progress(0, total, label);
-    }
-    qint64 copied = 0;
-    bool complete = true;
-    while (copied < total) {
-        const QByteArray piece = source.read(CopyPieceSize);
-        if (piece.isEmpty() || destination.write(piece) != piece.size()) {
-            complete = false;
-            break;
-        }
-        copied += piece.size();
-        if (progress) {
-            progress(copied, total, label);
-        }
-    }
-    if (complete && FileSync::flushToDevice(destination)) {
-        return true;
-    }
-    // An incomplete container on the drive would only mislead: the full copy stays in the work folder.
-    destination.close();
-    QFile::remove(containerPath);
-    return false;
 }
 
 } // namespace Velmarin::Core

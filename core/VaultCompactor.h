@@ -1,5 +1,6 @@
 #pragma once
 
+#include "FileSync.h"
 #include "ProgressCallback.h"
 #include "VaultIndex.h"
 
@@ -15,12 +16,15 @@ class IndexCipher;
 struct ContainerHeader;
 
 // Rebuilds a container with only the blocks its index still refers to. The new container is built
-// and verified on the local disk first, so the drive holds either the old one or a full new copy;
-// when the swap fails half-way the local copy is kept and its path handed back.
+// and verified on the local disk first. When the drive has room for both, it is copied beside the
+// old one and takes its name in one step, so the drive always holds a whole container. Otherwise
+// the old one is removed first, a journal on the drive names the local copy until the new one is
+// whole there, and when the copy fails the local copy is kept and its path handed back.
 class VaultCompactor
 {
 public:
-    static constexpr qint64 CopyPieceSize = 8388608;
+    // Kept free beyond the new container's size for the file system's own bookkeeping.
+    static constexpr qint64 RoomMargin = 1048576;
 
     VaultCompactor(const ContainerFile& containerFile, const IndexCipher& cipher);
 
@@ -34,8 +38,12 @@ private:
     bool copyLiveBlocks(QIODevice& oldContainer, QIODevice& newContainer, const VaultIndex& liveIndex,
                         const ProgressCallback& progress, VaultIndex& newIndex) const;
     bool verify(const QString& newPath, const VaultIndex& liveIndex) const;
-    bool copyOntoDrive(const QString& newPath, const QString& containerPath,
+    static bool hasRoomBeside(const QString& containerPath, qint64 newSize);
+    bool replaceBeside(const QString& newPath, const QString& containerPath,
                        const ProgressCallback& progress) const;
+    bool replaceInTurn(const QString& newPath, const QString& containerPath, const ProgressCallback& progress,
+                       QString* preservedPath) const;
+    static FileSync::CopyProgress swapProgress(const ProgressCallback& progress);
 
     const ContainerFile& m_containerFile;
     const IndexCipher& m_cipher;

@@ -1,3 +1,4 @@
+#include "ContainerFile.h"
 #include "FailureInjection.h"
 #include "TestFiles.h"
 #include "VaultFixture.h"
@@ -40,6 +41,9 @@ private Q_SLOTS:
     void impossibleWorkFolderChangesNothing();
     void failedVerificationDeletesTheWorkFolder();
     void undeletableOldContainerDeletesTheWorkFolder();
+    void failureBesideTheOldContainerKeepsIt_data();
+    void failureBesideTheOldContainerKeepsIt();
+    void roomForBothNeverLeavesTheDriveWithoutAContainer();
     void failedCopyOntoTheDriveKeepsTheNewContainer_data();
     void failedCopyOntoTheDriveKeepsTheNewContainer();
     void lockedVaultIsRefused();
@@ -48,6 +52,7 @@ private:
     QString path(const QString& name) const { return m_fixture.path(name); }
     void importPattern(const QString& vaultPath, qint64 size, quint32 seed);
     QStringList workFolders() const;
+    QString journal() const { return m_fixture.container() + QStringLiteral(".journal"); }
     void fillVault();
 
     VaultFixture m_fixture;
@@ -227,13 +232,87 @@ void TestCompaction::undeletableOldContainerDeletesTheWorkFolder()
     const QByteArray bytes = TestFiles::read(m_fixture.container());
     QString preserved;
     {
-        const FailureInjection injection(QStringLiteral("usb/velmarin.vltx"), "unlink");
+        // Without room for two the old container has to go first, and here it will not.
+        const FailureInjection injection(QStringLiteral("usb/velmarin.vltx$"), "no-room,unlink");
         QVERIFY(!m_fixture.vault().compactVault({}, &preserved));
     }
     QVERIFY(preserved.isEmpty());
     QVERIFY(workFolders().isEmpty());
     QCOMPARE(TestFiles::read(m_fixture.container()), bytes);
+    QVERIFY(!QFile::exists(journal()));
     QVERIFY(m_fixture.vault().exportFile(QStringLiteral("doc.bin"), path(QStringLiteral("saida.bin"))));
+}
+
+void TestCompaction::failureBesideTheOldContainerKeepsIt_data()
+{
+    QTest::addColumn<QString>("pathPart");
+    QTest::addColumn<QByteArray>("calls");
+    QTest::addColumn<qint64>("allowance");
+    const QString replacement = QStringLiteral("usb/velmarin.vltx.new");
+    QTest::newRow("the copy cannot be created") << replacement << QByteArray("open-write") << qint64(0);
+    QTest::newRow("copy fails at the first piece") << replacement << QByteArray("write") << qint64(0);
+    QTest::newRow("copy fails at the second piece") << replacement << QByteArray("write") << qint64(8388608);
+    QTest::newRow("sync of the copy fails") << replacement << QByteArray("fsync") << qint64(0);
+    QTest::newRow("the copy cannot take the name") << replacement << QByteArray("rename") << qint64(0);
+    // Without room, the journal comes before anything else is touched.
+    QTest::newRow("no room, and the journal cannot be written")
+        << QStringLiteral("usb/velmarin.vltx.journal") << QByteArray("no-room,write") << qint64(0);
+    QTest::newRow("no room, and the journal does not reach the device")
+        << QStringLiteral("usb/velmarin.vltx.journal") << QByteArray("no-room,fsync") << qint64(0);
+}
+
+void TestCompaction::failureBesideTheOldContainerKeepsIt()
+{
+    QFETCH(QString, pathPart);
+    QFETCH(QByteArray, calls);
+    QFETCH(qint64, allowance);
+    QVERIFY(FailureInjection::isAvailable());
+    fillVault();
+    const QByteArray bytes = TestFiles::read(m_fixture.container());
+    const QByteArray index = m_fixture.vault().index().toJson();
+    QString preserved = QStringLiteral("sobra");
+    {
+        const FailureInjection injection(pathPart, calls, allowance);
+        QVERIFY(!m_fixture.vault().compactVault({}, &preserved));
+    }
+    QVERIFY(preserved.isEmpty());
+    QVERIFY(workFolders().isEmpty());
+    QCOMPARE(TestFiles::read(m_fixture.container()), bytes);
+    QVERIFY(!QFile::exists(journal()));
+    QVERIFY(!QFile::exists(m_fixture.container() + QStringLiteral(".new")));
+    QCOMPARE(m_fixture.vault().index().toJson(), index);
+    // Still the live vault: it takes changes and compacts once the drive behaves.
+    QVERIFY(m_fixture.vault().createFolder(QStringLiteral("Depois")));
+    QVERIFY(m_fixture.vault().compactVault({}, &preserved));
+    QVERIFY(m_fixture.vault().exportFile(QStringLiteral("doc.bin"), path(QStringLiteral("saida.bin"))));
+    QVERIFY(TestFiles::sameContents(path(QStringLiteral("saida.bin")), path(QStringLiteral("fonte-3.bin"))));
+}
+
+void TestCompaction::roomForBothNeverLeavesTheDriveWithoutAContainer()
+{
+    fillVault();
+    const QString container = m_fixture.container();
+    QStringList seen;
+    // At every step of the swap the drive holds a whole container under the vault's name.
+    QVERIFY(m_fixture.vault().compactVault(
+        [&](qint64, qint64, const QString& label) {
+            if (label != QLatin1String("Substituindo container no USB")) {
+                return;
+            }
+            ContainerHeader header;
+            seen << (ContainerFile().readHeader(container, header) ? QStringLiteral("inteiro")
+                                                                   : QStringLiteral("ausente"));
+            seen << (QFile::exists(container + QStringLiteral(".new")) ? QStringLiteral("cópia")
+                                                                       : QStringLiteral("sem cópia"));
+        },
+        nullptr));
+    QVERIFY(!seen.contains(QStringLiteral("ausente")));
+    QVERIFY(seen.contains(QStringLiteral("cópia")));
+    QVERIFY(!QFile::exists(container + QStringLiteral(".new")));
+    QVERIFY(!QFile::exists(journal()));
+    QVERIFY(workFolders().isEmpty());
+    QVERIFY(m_fixture.vault().exportFile(QStringLiteral("doc.bin"), path(QStringLiteral("saida.bin"))));
+    QVERIFY(TestFiles::sameContents(path(QStringLiteral("saida.bin")), path(QStringLiteral("fonte-3.bin"))));
 }
 
 void TestCompaction::failedCopyOntoTheDriveKeepsTheNewContainer_data()
@@ -269,7 +348,8 @@ void TestCompaction::failedCopyOntoTheDriveKeepsTheNewContainer()
     QString preserved;
     int reports = 0;
     {
-        const FailureInjection injection(QStringLiteral("usb/velmarin.vltx"), calls, allowance);
+        // No room for two: the old container goes first, and the copy that replaces it fails.
+        const FailureInjection injection(QStringLiteral("usb/velmarin.vltx$"), "no-room," + calls, allowance);
         QVERIFY(!m_fixture.vault().compactVault(
             [&](qint64, qint64, const QString& label) {
                 reports += label == QLatin1String("Substituindo container no USB") ? 1 : 0;
@@ -290,6 +370,23 @@ void TestCompaction::failedCopyOntoTheDriveKeepsTheNewContainer()
     QVERIFY(rescue.directoryExists(QStringLiteral("Vazia")));
     QVERIFY(rescue.exportFile(QStringLiteral("Fotos/pequeno.bin"), path(QStringLiteral("saida.bin"))));
     QVERIFY(TestFiles::sameContents(path(QStringLiteral("saida.bin")), path(QStringLiteral("fonte-2.bin"))));
+    QVERIFY(rescue.lock());
+
+    // The journal on the drive names the preserved container: the next unlock puts it back.
+    QVERIFY(QFile::exists(journal()));
+    QVERIFY(m_fixture.vault().lock());
+    VaultManager again;
+    QVERIFY(again.unlock(m_fixture.container(), TestFiles::password()));
+    QCOMPARE(again.lastRecovery(), VaultManager::Recovery::ContainerRestored);
+    QVERIFY(!QFile::exists(journal()));
+    QVERIFY(!QFile::exists(preserved));
+    QVERIFY(workFolders().isEmpty());
+    QCOMPARE(again.index().files().size(), liveFiles);
+    QVERIFY(again.exportFile(QStringLiteral("doc.bin"), path(QStringLiteral("saida.bin"))) ==
+            !smallFilesOnly);
+    QVERIFY(again.exportFile(QStringLiteral("Fotos/pequeno.bin"), path(QStringLiteral("saida.bin"))));
+    QVERIFY(TestFiles::sameContents(path(QStringLiteral("saida.bin")), path(QStringLiteral("fonte-2.bin"))));
+    QVERIFY(again.lock());
 }
 
 void TestCompaction::lockedVaultIsRefused()
