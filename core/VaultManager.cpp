@@ -206,6 +206,11 @@ VaultManager::Recovery VaultManager::recover(const QString& containerPath)
     return recoverContainer(containerPath);
 }
 
+bool VaultManager::hasInterruptedChange(const QString& containerPath)
+{
+    return ContainerRecovery::hasJournal(containerPath);
+}
+
 VaultManager::Recovery VaultManager::recoverContainer(const QString& containerPath)
 {
     if (!ContainerRecovery::hasJournal(containerPath) &&

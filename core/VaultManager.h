@@ -68,6 +68,9 @@ public:
     Recovery lastRecovery() const { return m_recovery; }
     // Finishes or undoes a change that was cut short, without a password; while locked only.
     Recovery recover(const QString& containerPath);
+    // Whether a change was cut short beside containerPath (its journal is there), even when no
+    // container is.
+    static bool hasInterruptedChange(const QString& containerPath);
     bool changePassword(const QString& containerPath, const QByteArray& currentPassword,
                         const QByteArray& newPassword);
 

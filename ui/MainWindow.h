@@ -137,6 +137,8 @@ private:
 
     // Vault actions (MainWindowVaultActions.cpp).
     bool requireSelectedContainer();
+    // After an unlock that had to put back what a cut-short change left behind.
+    void tellAboutRecovery();
     // Warns and answers true when another session holds the selected container.
     bool refuseIfInUse(const QString& title);
 

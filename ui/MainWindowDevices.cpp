@@ -162,7 +162,8 @@ void MainWindow::discoverContainer(QListWidgetItem* item)
         return;
     }
     const QString candidate = Core::ContainerFile::defaultContainerPath(root);
-    if (!QFileInfo::exists(candidate)) {
+    // A compaction cut short may have left only its journal: unlocking puts the container back.
+    if (!QFileInfo::exists(candidate) && !Core::VaultManager::hasInterruptedChange(candidate)) {
         MessageBoxes::information(this, tr("Velmarin"),
                                   tr("Nenhum velmarin.vltx foi encontrado em %1. Use Criar cofre para "
                                      "criar um novo container.")

@@ -127,7 +127,28 @@ void MainWindow::unlockVault()
         return;
     }
     resetToRoot();
+    tellAboutRecovery();
     showOutcome(tr("Cofre desbloqueado."));
+}
+
+void MainWindow::tellAboutRecovery()
+{
+    switch (m_vault.lastRecovery()) {
+    case Core::VaultManager::Recovery::HeaderRestored:
+        MessageBoxes::information(
+            this, tr("Velmarin"),
+            tr("A última alteração no cofre foi interrompida (o USB foi removido ou "
+               "faltou energia) e foi desfeita. O cofre voltou ao estado anterior a ela."));
+        break;
+    case Core::VaultManager::Recovery::ContainerRestored:
+        MessageBoxes::information(this, tr("Velmarin"),
+                                  tr("Uma compactação interrompida deixou o USB sem o container. O container "
+                                     "compactado foi copiado de volta do computador para o USB."));
+        break;
+    case Core::VaultManager::Recovery::Nothing:
+    case Core::VaultManager::Recovery::Failed:
+        break;
+    }
 }
 
 void MainWindow::lockVault()

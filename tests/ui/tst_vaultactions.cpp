@@ -1,5 +1,7 @@
 // Vault actions from the window: choosing, creating, unlocking, locking, backing up, changing the
 // password and compacting, with their guards, prompts and messages.
+#include "ContainerFile.h"
+#include "ContainerJournal.h"
 #include "FailureInjection.h"
 #include "TestFiles.h"
 #include "VaultManager.h"
@@ -86,6 +88,7 @@ private Q_SLOTS:
     void compactAsksFirst();
     void compactShrinksTheContainer();
     void compactFailureNamesThePreservedContainer();
+    void unlockTellsThatAnInterruptedChangeWasUndone();
     void compactFailureWithoutAPreservedContainer();
 
 private:
@@ -634,8 +637,9 @@ void VaultActionsTest::compactFailureNamesThePreservedContainer()
     MessageRecord warning;
     m_fixture.driver().expectMessage(QStringLiteral("OK"), &warning);
     {
-        // The drive takes no writes: the compacted container cannot replace the old one.
-        const FailureInjection injection(m_fixture.container(), "open-write");
+        // No room for two containers, so the old one goes first; then the drive takes no more
+        // new files: the compacted container cannot replace it.
+        const FailureInjection injection(m_fixture.container() + QLatin1Char('$'), "no-room,open-write");
         m_fixture.action(QStringLiteral("Compactar cofre..."))->trigger();
     }
     QVERIFY(m_fixture.driver().allHandled());
@@ -647,7 +651,70 @@ void VaultActionsTest::compactFailureNamesThePreservedContainer()
     const QString preserved = warning.text.mid(prefix.size());
     QVERIFY(QFile::exists(preserved));
     QCOMPARE(statusMessage(), QStringLiteral("Falha ao compactar o cofre."));
-    QDir(QFileInfo(preserved).absolutePath()).removeRecursively();
+    QVERIFY(!QFile::exists(m_fixture.container()));
+
+    // The drive, found again, has only the journal that names the preserved container: the window
+    // takes it as the vault, and unlocking puts the container back.
+    m_fixture.action(QStringLiteral("Bloquear"))->trigger();
+    Q_EMIT m_fixture.deviceList()->itemDoubleClicked(m_fixture.deviceList()->item(0));
+    QVERIFY(m_fixture.driver().unexpected().isEmpty());
+    QCOMPARE(m_fixture.window().containerPath(), m_fixture.container());
+    MessageRecord restored;
+    if (m_fixture.window().containerPath().isEmpty()) {
+        m_fixture.chooseContainer(m_fixture.container());
+    }
+    m_fixture.driver().expectInput(QString::fromUtf8(TestFiles::password()));
+    m_fixture.driver().expectMessage(QStringLiteral("OK"), &restored);
+    m_fixture.action(QStringLiteral("Desbloquear"))->trigger();
+    QVERIFY(m_fixture.driver().allHandled());
+    QVERIFY(m_fixture.window().isVaultUnlocked());
+    QCOMPARE(restored.title, QStringLiteral("Velmarin"));
+    QCOMPARE(restored.icon, QMessageBox::Information);
+    QCOMPARE(restored.text,
+             QStringLiteral("Uma compactação interrompida deixou o USB sem o container. O "
+                            "container compactado foi copiado de volta do computador para o USB."));
+    QCOMPARE(m_fixture.names(), QStringList({QStringLiteral("a.txt")}));
+    QVERIFY(!QFile::exists(preserved));
+    QCOMPARE(statusMessage(), QStringLiteral("Cofre desbloqueado."));
+}
+
+void VaultActionsTest::unlockTellsThatAnInterruptedChangeWasUndone()
+{
+    setUpWithDrive({}, {{QStringLiteral("a.txt"), "a"}});
+    {
+        // Another session's change is cut off half-way through writing the header.
+        Core::VaultManager other;
+        QByteArray oldHeader;
+        QByteArray newHeader;
+        const Core::ContainerFile file;
+        QVERIFY(file.readHeaderBytes(m_fixture.container(), oldHeader));
+        QVERIFY(other.unlock(m_fixture.container(), TestFiles::password()));
+        QVERIFY(other.createFolder(QStringLiteral("Nova pasta")));
+        QVERIFY(other.lock());
+        QVERIFY(file.readHeaderBytes(m_fixture.container(), newHeader));
+        QVERIFY(Core::ContainerJournal::forHeaderChange(oldHeader, newHeader).write(m_fixture.container()));
+        QFile container(m_fixture.container());
+        QVERIFY(container.open(QIODevice::ReadWrite) && container.seek(7 + 21 + 100));
+        QVERIFY(container.write(QByteArray(4, '\0')) == 4);
+    }
+    QVERIFY(Core::VaultManager::hasInterruptedChange(m_fixture.container()));
+    MessageRecord restored;
+    if (m_fixture.window().containerPath().isEmpty()) {
+        m_fixture.chooseContainer(m_fixture.container());
+    }
+    m_fixture.driver().expectInput(QString::fromUtf8(TestFiles::password()));
+    m_fixture.driver().expectMessage(QStringLiteral("OK"), &restored);
+    m_fixture.action(QStringLiteral("Desbloquear"))->trigger();
+    QVERIFY(m_fixture.driver().allHandled());
+    QVERIFY(m_fixture.window().isVaultUnlocked());
+    QCOMPARE(restored.title, QStringLiteral("Velmarin"));
+    QCOMPARE(restored.icon, QMessageBox::Information);
+    QCOMPARE(
+        restored.text,
+        QStringLiteral("A última alteração no cofre foi interrompida (o USB foi removido ou faltou energia) "
+                       "e foi desfeita. O cofre voltou ao estado anterior a ela."));
+    QCOMPARE(m_fixture.names(), QStringList({QStringLiteral("a.txt")}));
+    QVERIFY(!Core::VaultManager::hasInterruptedChange(m_fixture.container()));
 }
 
 void VaultActionsTest::compactFailureWithoutAPreservedContainer()
