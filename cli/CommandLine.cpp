@@ -12,6 +12,7 @@
 #include "commands/MakeFolderCommand.h"
 #include "commands/MoveCommand.h"
 #include "commands/PasswordCommand.h"
+#include "commands/RecoverCommand.h"
 #include "commands/RemoveFileCommand.h"
 #include "commands/RemoveFolderCommand.h"
 #include "commands/RenameCommand.h"
@@ -95,6 +96,7 @@ CommandLine::CommandLine(Console& console, PasswordSource& passwords)
     m_commands.push_back(std::make_unique<CompactCommand>());
     m_commands.push_back(std::make_unique<BackupCommand>());
     m_commands.push_back(std::make_unique<VerifyCommand>());
+    m_commands.push_back(std::make_unique<RecoverCommand>());
 }
 
 CommandLine::~CommandLine() = default;

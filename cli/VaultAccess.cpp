@@ -23,15 +23,27 @@ VaultAccess::~VaultAccess()
 
 int VaultAccess::checkContainer(Console& console, const QString& containerPath, Core::ContainerHeader& header)
 {
-    if (!QFileInfo::exists(containerPath)) {
+    const bool exists = QFileInfo::exists(containerPath);
+    if (exists && Core::ContainerFile().readHeader(containerPath, header)) {
+        return Success;
+    }
+    if (Core::VaultManager::hasInterruptedChange(containerPath)) {
+        return adviseRecovery(console, containerPath);
+    }
+    if (!exists) {
         console.message(tr("O arquivo do container não foi encontrado."));
         return Failed;
     }
-    if (!Core::ContainerFile().readHeader(containerPath, header)) {
-        console.message(tr("%1 não é um container Velmarin válido.").arg(containerPath));
-        return NoAccess;
-    }
-    return Success;
+    console.message(tr("%1 não é um container Velmarin válido.").arg(containerPath));
+    return NoAccess;
+}
+
+int VaultAccess::adviseRecovery(Console& console, const QString& containerPath)
+{
+    console.message(tr("Uma alteração no cofre foi interrompida antes de terminar. Execute "
+                       "\"velmarin-cli recover %1\" para restaurá-lo.")
+                        .arg(containerPath));
+    return Failed;
 }
 
 int VaultAccess::refuseIfInUse(Console& console, const QString& containerPath)
@@ -64,6 +76,10 @@ int VaultAccess::open(const QString& containerPath, Core::VaultManager::Access a
         if (m_vault.isUnlocked()) {
             m_context.console.message(tr("Não foi possível preparar a área temporária do cofre."));
             return Failed;
+        }
+        // A header torn in a way that still parses: the journal beside it knows the one before.
+        if (Core::VaultManager::hasInterruptedChange(containerPath)) {
+            return adviseRecovery(m_context.console, containerPath);
         }
         m_context.console.message(
             tr("Não foi possível desbloquear o cofre. Verifique a senha ou se o container foi alterado."));

@@ -37,6 +37,8 @@ public:
     static int checkContainer(Console& console, const QString& containerPath, Core::ContainerHeader& header);
     // InUse, with its message, when another Velmarin session holds the container; Success otherwise.
     static int refuseIfInUse(Console& console, const QString& containerPath);
+    // Says that a change was cut short and how to put the vault right; Failed.
+    static int adviseRecovery(Console& console, const QString& containerPath);
 
 private:
     const CommandContext& m_context;

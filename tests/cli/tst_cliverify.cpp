@@ -1,5 +1,7 @@
 // velmarin-cli verify and compact: what a check reports on a sound, a damaged and a compacted vault.
 #include "CliRunner.h"
+#include "ContainerFile.h"
+#include "ContainerJournal.h"
 #include "TestFiles.h"
 
 #include <QDir>
@@ -36,6 +38,7 @@ private Q_SLOTS:
     void truncatedContainerIsDamage();
     void deletedFilesAreDeadBytesUntilCompaction();
     void compactOfAWrongPasswordChangesNothing();
+    void recoverUndoesAnInterruptedChange();
 
 private:
     QString path(const QString& name) const { return m_dir->filePath(name); }
@@ -227,6 +230,56 @@ void TestCliVerify::compactOfAWrongPasswordChangesNothing()
                                             "senha ou se o container foi alterado.")});
     }
     QCOMPARE(TestFiles::read(m_container), before);
+}
+
+void TestCliVerify::recoverUndoesAnInterruptedChange()
+{
+    QVERIFY(TestFiles::write(path(QStringLiteral("a.txt")), "conteúdo"));
+    QCOMPARE(run(QStringLiteral("import"), {path(QStringLiteral("a.txt")), QStringLiteral("a.txt")}).exitCode,
+             0);
+    const Velmarin::Core::ContainerFile file;
+    QByteArray oldHeader;
+    QVERIFY(file.readHeaderBytes(m_container, oldHeader));
+    const QByteArray before = TestFiles::read(m_container);
+    QCOMPARE(run(QStringLiteral("mkdir"), {QStringLiteral("Nova")}).exitCode, 0);
+    QByteArray newHeader;
+    QVERIFY(file.readHeaderBytes(m_container, newHeader));
+    // The new header was cut off half-way; the journal of the change is still beside it.
+    QVERIFY(Velmarin::Core::ContainerJournal::forHeaderChange(oldHeader, newHeader).write(m_container));
+    {
+        QFile container(m_container);
+        QVERIFY(container.open(QIODevice::ReadWrite) && container.seek(7 + 21 + 100));
+        QCOMPARE(container.write(QByteArray(4, '\0')), qint64(4));
+    }
+
+    const CliResult listed = run(QStringLiteral("ls"));
+    QCOMPARE(listed.exitCode, 1);
+    QCOMPARE(listed.errorLines(),
+             QStringList({QStringLiteral("Uma alteração no cofre foi interrompida antes de terminar. Execute "
+                                         "\"velmarin-cli recover %1\" para restaurá-lo.")
+                              .arg(m_container)}));
+
+    const CliResult recovered = run(QStringLiteral("recover"));
+    QCOMPARE(recovered.exitCode, 0);
+    QCOMPARE(recovered.errorLines(),
+             QStringList({QStringLiteral("A última alteração no cofre foi interrompida e "
+                                         "foi desfeita. O cofre voltou ao estado anterior "
+                                         "a ela.")}));
+    QCOMPARE(TestFiles::read(m_container), before);
+    QVERIFY(!QFile::exists(m_container + QStringLiteral(".journal")));
+    const QStringList lines = run(QStringLiteral("ls")).outputLines();
+    QCOMPARE(lines.size(), 1);
+    QVERIFY(lines.at(0).endsWith(QLatin1String(" a.txt")));
+    QCOMPARE(run(QStringLiteral("verify")).exitCode, 0);
+
+    const CliResult again = run(QStringLiteral("recover"));
+    QCOMPARE(again.exitCode, 0);
+    QCOMPARE(again.errorLines(),
+             QStringList({QStringLiteral("Nada a restaurar: nenhuma alteração foi interrompida.")}));
+    const CliResult missing = m_cli->run({QStringLiteral("recover"), path(QStringLiteral("outro.vltx"))});
+    QCOMPARE(missing.exitCode, 1);
+    QCOMPARE(missing.errorLines(),
+             QStringList({QStringLiteral("O arquivo do container não foi encontrado.")}));
 }
 
 QTEST_GUILESS_MAIN(TestCliVerify)
