@@ -27,28 +27,6 @@ bool writeSeed(const QString& folder, const QString& name, const QByteArray& byt
            file.write(bytes) == bytes.size();
 }
 
-// An empty vault whose key is derived with one round of PBKDF2, laid out from the primitives.
-bool writeEmptyVault(const QString& path)
-{
-    const VaultCrypto crypto;
-    ContainerHeader header;
-    header.crypto.kdf = QStringLiteral("PBKDF2-SHA256");
-    header.crypto.cipher = QStringLiteral("XChaCha20-Poly1305");
-    header.crypto.kdfIterations = 1;
-    header.crypto.salt = crypto.randomBytes(VaultCrypto::SaltSize);
-    header.crypto.nonce = crypto.randomBytes(VaultCrypto::NonceSize);
-    header.crypto.payloadNonce = crypto.randomBytes(VaultCrypto::NonceSize);
-    const QByteArray masterKey = crypto.randomBytes(VaultCrypto::MasterKeySize);
-    const QByteArray passwordKey = crypto.deriveKey(
-        Tests::FuzzContainer::Password, KdfParams{header.crypto.kdf, header.crypto.salt,
-                                                  header.crypto.kdfIterations, VaultCrypto::DerivedKeySize});
-    header.crypto.encryptedMasterKey =
-        crypto.encrypt(masterKey, passwordKey.left(VaultCrypto::KeySize), header.crypto.nonce,
-                       crypto.associatedData(header, "master-key"));
-    return IndexCipher(crypto, masterKey.left(VaultCrypto::KeySize)).sealInto(header, VaultIndex()) &&
-           ContainerFile().writeNewContainer(path, header);
-}
-
 QByteArray compactFile(const QString& path)
 {
     QFile file(path);
@@ -62,8 +40,8 @@ QByteArray vaultSeed(const QString& folder, const QString& name, const Edit& edi
 {
     const QString path = QDir(folder).filePath(name);
     Tests::LockedVaultEditor editor;
-    if (!writeEmptyVault(path) || !editor.open(path, Tests::FuzzContainer::Password) || !edit(editor) ||
-        !editor.save()) {
+    if (!Tests::FuzzContainer::writeEmptyVault(path) || !editor.open(path, Tests::FuzzContainer::Password) ||
+        !edit(editor) || !editor.save()) {
         return {};
     }
     return compactFile(path);

@@ -1,12 +1,22 @@
 #include "FuzzContainer.h"
 
 #include "ContainerFile.h"
+#include "ContainerHeader.h"
+#include "IndexCipher.h"
+#include "KdfParams.h"
+#include "VaultCrypto.h"
+#include "VaultIndex.h"
 
 #include <QFile>
 
 namespace Velmarin::Tests {
 
 using Core::ContainerFile;
+using Core::ContainerHeader;
+using Core::IndexCipher;
+using Core::KdfParams;
+using Core::VaultCrypto;
+using Core::VaultIndex;
 
 namespace {
 constexpr qint64 LengthLineEnd = 7 + ContainerFile::LengthDigits + 1;
@@ -51,6 +61,27 @@ bool FuzzContainer::write(const QString& path, const uint8_t* data, std::size_t 
     // The fill is a hole in the file: sizing it costs nothing.
     return file.write(head) == head.size() && file.resize(ContainerFile::PayloadOffset) &&
            file.seek(ContainerFile::PayloadOffset) && file.write(payload) == payload.size();
+}
+
+bool FuzzContainer::writeEmptyVault(const QString& path)
+{
+    const VaultCrypto crypto;
+    ContainerHeader header;
+    header.crypto.kdf = QStringLiteral("PBKDF2-SHA256");
+    header.crypto.cipher = QStringLiteral("XChaCha20-Poly1305");
+    header.crypto.kdfIterations = 1;
+    header.crypto.salt = crypto.randomBytes(VaultCrypto::SaltSize);
+    header.crypto.nonce = crypto.randomBytes(VaultCrypto::NonceSize);
+    header.crypto.payloadNonce = crypto.randomBytes(VaultCrypto::NonceSize);
+    const QByteArray masterKey = crypto.randomBytes(VaultCrypto::MasterKeySize);
+    const QByteArray passwordKey =
+        crypto.deriveKey(Password, KdfParams{header.crypto.kdf, header.crypto.salt,
+                                             header.crypto.kdfIterations, VaultCrypto::DerivedKeySize});
+    header.crypto.encryptedMasterKey =
+        crypto.encrypt(masterKey, passwordKey.left(VaultCrypto::KeySize), header.crypto.nonce,
+                       crypto.associatedData(header, "master-key"));
+    return IndexCipher(crypto, masterKey.left(VaultCrypto::KeySize)).sealInto(header, VaultIndex()) &&
+           ContainerFile().writeNewContainer(path, header);
 }
 
 } // namespace Velmarin::Tests

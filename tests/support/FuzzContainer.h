@@ -23,6 +23,9 @@ public:
     // Writes a compact input to path as a container file. Inputs whose length line does not read,
     // or announces more JSON than they hold, are written as they are: truncated files.
     static bool write(const QString& path, const uint8_t* data, std::size_t size);
+    // An empty vault opened by Password, laid out from the primitives (the engine only ever makes
+    // Argon2id vaults).
+    static bool writeEmptyVault(const QString& path);
 
 private:
     // The JSON length the input's length line announces, or -1.

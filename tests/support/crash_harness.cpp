@@ -1,0 +1,346 @@
+// Cuts velmarin-cli short at every write boundary of the operations that change a vault, one cut per
+// run, with the crash shim preloaded (crashshim.c), and checks after each cut that the vault opens
+// (after velmarin-cli recover) with either the state from before the operation or the state after
+// it, that every file exports byte for byte, that velmarin-cli verify passes, and that nothing but
+// the container is left on the drive.
+//
+// Usage: velmarin-crash-harness --cli <velmarin-cli> --shim <libvelmarin_crashshim.so> [--quick]
+// Exit status 0 when every cut point survived.
+#include "FuzzContainer.h"
+#include "Sha256.h"
+#include "VaultManager.h"
+
+#include <QBuffer>
+#include <QCommandLineParser>
+#include <QCoreApplication>
+#include <QDir>
+#include <QFile>
+#include <QMap>
+#include <QProcess>
+#include <QTemporaryDir>
+#include <QTextStream>
+
+#include <cstdio>
+
+using namespace Velmarin;
+using Core::VaultManager;
+
+namespace {
+
+const QByteArray OldPassword = Tests::FuzzContainer::Password;
+const QByteArray NewPassword = QByteArrayLiteral("a senha nova do cofre");
+constexpr qint64 MiB = 1024 * 1024;
+
+// What a vault holds, as a user would check it: every folder, and every file with its digest.
+struct VaultState
+{
+    QStringList folders;
+    QMap<QString, QByteArray> files;
+    QByteArray password;
+
+    bool operator==(const VaultState& other) const
+    {
+        return folders == other.folders && files == other.files;
+    }
+};
+
+struct Scenario
+{
+    QString name;
+    QStringList arguments;
+    bool noRoom = false;
+};
+
+struct Outcome
+{
+    int tried = 0;
+    int survived = 0;
+};
+
+QByteArray pattern(qint64 size, quint32 seed)
+{
+    QByteArray bytes(size, Qt::Uninitialized);
+    quint32 state = seed * 2654435761u + 1;
+    for (qint64 i = 0; i < size; ++i) {
+        state = state * 1103515245u + 12345u;
+        bytes[i] = static_cast<char>(state >> 24);
+    }
+    return bytes;
+}
+
+bool writeFile(const QString& path, const QByteArray& bytes)
+{
+    QFile file(path);
+    return QDir().mkpath(QFileInfo(path).absolutePath()) &&
+           file.open(QIODevice::WriteOnly | QIODevice::Truncate) && file.write(bytes) == bytes.size();
+}
+
+class CrashHarness
+{
+public:
+    CrashHarness(const QString& cli, const QString& shim, bool quick)
+        : m_cli(cli)
+        , m_shim(shim)
+        , m_quick(quick)
+    {}
+
+    int run();
+
+private:
+    QString path(const QString& name) const { return m_work.filePath(name); }
+    QString drive() const { return path(QStringLiteral("usb")); }
+    QString container() const { return drive() + QStringLiteral("/velmarin.vltx"); }
+    QString base() const { return path(QStringLiteral("base/velmarin.vltx")); }
+    bool prepareBase();
+    // Puts the base container on an otherwise empty drive and empties the temporary folder.
+    bool resetDrive() const;
+    QProcessEnvironment environment(const QByteArray& password) const;
+    // Runs the command with the shim cutting at boundary `at` (0: no cut); true when it was cut.
+    bool runCut(const Scenario& scenario, const QString& mode, long at, int* exitCode) const;
+    bool runCli(const QStringList& arguments, const QByteArray& password) const;
+    bool stateOf(VaultState& state) const;
+    Outcome runScenario(const Scenario& scenario);
+    // Everything a user relies on after a cut; a reason when it does not hold.
+    QString checkAfterCut(const VaultState& before, const VaultState& after) const;
+
+    QString m_cli;
+    QString m_shim;
+    bool m_quick;
+    QTemporaryDir m_work;
+    QTextStream m_out{stdout};
+};
+
+bool CrashHarness::prepareBase()
+{
+    VaultManager vault(path(QStringLiteral("workspace")));
+    if (!QDir().mkpath(path(QStringLiteral("workspace"))) || !QDir().mkpath(path(QStringLiteral("tmp"))) ||
+        !QDir().mkpath(path(QStringLiteral("base"))) || !Tests::FuzzContainer::writeEmptyVault(base()) ||
+        !vault.unlock(base(), OldPassword)) {
+        return false;
+    }
+    // Files of one block and, in the full run, of two; a deleted file leaves dead bytes to compact.
+    const qint64 large = m_quick ? 300 * 1024 : 17 * MiB;
+    const QList<QPair<QString, qint64>> files = {{QStringLiteral("a.txt"), 40},
+                                                 {QStringLiteral("Pasta/b.bin"), 200 * 1024},
+                                                 {QStringLiteral("grande.bin"), large},
+                                                 {QStringLiteral("morto.bin"), large}};
+    quint32 seed = 1;
+    for (const auto& [name, size] : files) {
+        const QString source = path(QStringLiteral("fonte-%1").arg(seed));
+        if (!writeFile(source, pattern(size, seed++)) || !vault.importFile(source, name)) {
+            return false;
+        }
+    }
+    return vault.createFolder(QStringLiteral("Vazia")) && vault.deleteFile(QStringLiteral("morto.bin")) &&
+           vault.lock() &&
+           writeFile(path(QStringLiteral("novo.bin")), pattern(m_quick ? 100 * 1024 : 20 * MiB, 99));
+}
+
+bool CrashHarness::resetDrive() const
+{
+    QDir(drive()).removeRecursively();
+    QDir(path(QStringLiteral("tmp"))).removeRecursively();
+    return QDir().mkpath(drive()) && QDir().mkpath(path(QStringLiteral("tmp"))) &&
+           QFile::copy(base(), container());
+}
+
+QProcessEnvironment CrashHarness::environment(const QByteArray& password) const
+{
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert(QStringLiteral("VELMARIN_PASSWORD"), QString::fromUtf8(password));
+    environment.insert(QStringLiteral("VELMARIN_NEW_PASSWORD"), QString::fromUtf8(NewPassword));
+    environment.insert(QStringLiteral("TMPDIR"), path(QStringLiteral("tmp")));
+    return environment;
+}
+
+bool CrashHarness::runCut(const Scenario& scenario, const QString& mode, long at, int* exitCode) const
+{
+    QProcessEnvironment environment = this->environment(OldPassword);
+    // Behind any preload already there (a sanitizer's runtime must stay first).
+    const QString preload = environment.value(QStringLiteral("LD_PRELOAD"));
+    environment.insert(QStringLiteral("LD_PRELOAD"),
+                       preload.isEmpty() ? m_shim : preload + QLatin1Char(':') + m_shim);
+    environment.insert(QStringLiteral("VELMARIN_CRASH_PATH"), drive());
+    environment.insert(QStringLiteral("VELMARIN_CRASH_AT"), QString::number(at));
+    environment.insert(QStringLiteral("VELMARIN_CRASH_MODE"), mode);
+    environment.insert(QStringLiteral("VELMARIN_CRASH_COUNT"), path(QStringLiteral("count")));
+    if (scenario.noRoom) {
+        environment.insert(QStringLiteral("VELMARIN_CRASH_NO_ROOM"), QStringLiteral("1"));
+    }
+    QProcess process;
+    process.setProcessEnvironment(environment);
+    process.setStandardErrorFile(QProcess::nullDevice());
+    process.setStandardOutputFile(QProcess::nullDevice());
+    process.setStandardInputFile(QProcess::nullDevice());
+    QStringList arguments = scenario.arguments;
+    arguments.insert(1, container());
+    process.start(m_cli, arguments);
+    process.waitForFinished(-1);
+    *exitCode = process.exitCode();
+    return process.exitStatus() == QProcess::CrashExit;
+}
+
+bool CrashHarness::runCli(const QStringList& arguments, const QByteArray& password) const
+{
+    QProcess process;
+    process.setProcessEnvironment(environment(password));
+    process.setStandardErrorFile(QProcess::nullDevice());
+    process.setStandardOutputFile(QProcess::nullDevice());
+    process.setStandardInputFile(QProcess::nullDevice());
+    process.start(m_cli, arguments);
+    process.waitForFinished(-1);
+    return process.exitStatus() == QProcess::NormalExit && process.exitCode() == 0;
+}
+
+bool CrashHarness::stateOf(VaultState& state) const
+{
+    for (const QByteArray& password : {OldPassword, NewPassword}) {
+        VaultManager vault;
+        if (!vault.unlock(container(), password, VaultManager::Access::ReadOnly)) {
+            continue;
+        }
+        state = VaultState();
+        state.password = password;
+        for (const Core::DirectoryEntry& folder : vault.index().directories()) {
+            state.folders << folder.path;
+        }
+        state.folders.sort();
+        for (const Core::FileEntry& file : vault.index().files()) {
+            QByteArray bytes;
+            QBuffer buffer(&bytes);
+            if (!buffer.open(QIODevice::WriteOnly) || !vault.exportFile(file.vaultPath, &buffer)) {
+                return false;
+            }
+            state.files.insert(file.vaultPath, Core::Sha256::hash(bytes).toHex());
+        }
+        return vault.lock();
+    }
+    return false;
+}
+
+QString CrashHarness::checkAfterCut(const VaultState& before, const VaultState& after) const
+{
+    if (!runCli({QStringLiteral("recover"), container()}, {})) {
+        return QStringLiteral("recover falhou");
+    }
+    const QStringList left = QDir(drive()).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot);
+    if (left != QStringList({QStringLiteral("velmarin.vltx")})) {
+        return QStringLiteral("no USB: %1").arg(left.join(QStringLiteral(", ")));
+    }
+    VaultState state;
+    if (!stateOf(state)) {
+        return QStringLiteral("o cofre não abre ou um arquivo não exporta");
+    }
+    const bool isOld = state == before && state.password == before.password;
+    const bool isNew = state == after && state.password == after.password;
+    if (!isOld && !isNew) {
+        return QStringLiteral("nem o estado de antes nem o de depois");
+    }
+    if (!runCli({QStringLiteral("verify"), container()}, state.password)) {
+        return QStringLiteral("verify falhou");
+    }
+    return {};
+}
+
+Outcome CrashHarness::runScenario(const Scenario& scenario)
+{
+    Outcome outcome;
+    VaultState before;
+    VaultState after;
+    int exitCode = -1;
+    // One run without a cut counts the boundaries and gives the state after the operation.
+    if (!resetDrive() || !stateOf(before) || runCut(scenario, QStringLiteral("kill"), 0, &exitCode) ||
+        exitCode != 0 || !stateOf(after)) {
+        m_out << scenario.name << ": a operação não roda sem cortes\n";
+        outcome.tried = 1;
+        return outcome;
+    }
+    QFile count(path(QStringLiteral("count")));
+    long boundaries = 0;
+    long writes = 0;
+    if (!count.open(QIODevice::ReadOnly) ||
+        std::sscanf(count.readAll().constData(), "%ld %ld", &boundaries, &writes) != 2) {
+        m_out << scenario.name << ": o shim não contou\n";
+        outcome.tried = 1;
+        return outcome;
+    }
+    for (const auto& [mode, total] :
+         {qMakePair(QStringLiteral("kill"), boundaries), qMakePair(QStringLiteral("tear"), writes)}) {
+        for (long at = 1; at <= total; ++at) {
+            ++outcome.tried;
+            QString failure;
+            if (!resetDrive()) {
+                failure = QStringLiteral("não foi possível preparar o USB");
+            } else if (!runCut(scenario, mode, at, &exitCode)) {
+                failure = QStringLiteral("o corte não aconteceu (saída %1)").arg(exitCode);
+            } else {
+                failure = checkAfterCut(before, after);
+            }
+            if (failure.isEmpty()) {
+                ++outcome.survived;
+            } else {
+                m_out << QStringLiteral("  %1, %2 no ponto %3: %4\n")
+                             .arg(scenario.name, mode)
+                             .arg(at)
+                             .arg(failure);
+            }
+        }
+    }
+    m_out << QStringLiteral("%1: %2 pontos de corte (%3 kill, %4 tear), %5 sobreviveram\n")
+                 .arg(scenario.name)
+                 .arg(outcome.tried)
+                 .arg(boundaries)
+                 .arg(writes)
+                 .arg(outcome.survived);
+    m_out.flush();
+    return outcome;
+}
+
+int CrashHarness::run()
+{
+    if (!m_work.isValid() || !prepareBase()) {
+        m_out << "não foi possível preparar o cofre de teste\n";
+        return 2;
+    }
+    const QList<Scenario> scenarios = {
+        {QStringLiteral("import"), {QStringLiteral("import"), path(QStringLiteral("novo.bin"))}},
+        {QStringLiteral("rename"),
+         {QStringLiteral("rename"), QStringLiteral("a.txt"), QStringLiteral("c.txt")}},
+        {QStringLiteral("rm"), {QStringLiteral("rm"), QStringLiteral("Pasta/b.bin")}},
+        {QStringLiteral("mkdir"), {QStringLiteral("mkdir"), QStringLiteral("Nova pasta")}},
+        {QStringLiteral("passwd"), {QStringLiteral("passwd")}},
+        {QStringLiteral("compact"), {QStringLiteral("compact")}},
+        {QStringLiteral("compact sem espaço"), {QStringLiteral("compact")}, true},
+    };
+    Outcome all;
+    for (const Scenario& scenario : scenarios) {
+        const Outcome outcome = runScenario(scenario);
+        all.tried += outcome.tried;
+        all.survived += outcome.survived;
+    }
+    m_out << QStringLiteral("Pontos de corte tentados: %1, sobreviveram: %2\n")
+                 .arg(all.tried)
+                 .arg(all.survived);
+    return all.tried > 0 && all.survived == all.tried ? 0 : 1;
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    QCoreApplication application(argc, argv);
+    QCommandLineParser parser;
+    const QCommandLineOption cli(QStringLiteral("cli"), QStringLiteral("velmarin-cli"),
+                                 QStringLiteral("caminho"));
+    const QCommandLineOption shim(QStringLiteral("shim"), QStringLiteral("libvelmarin_crashshim.so"),
+                                  QStringLiteral("caminho"));
+    const QCommandLineOption quick(QStringLiteral("quick"), QStringLiteral("Arquivos pequenos (um bloco)."));
+    parser.addOptions({cli, shim, quick});
+    parser.addHelpOption();
+    parser.process(application);
+    if (!parser.isSet(cli) || !parser.isSet(shim)) {
+        parser.showHelp(2);
+    }
+    CrashHarness harness(parser.value(cli), parser.value(shim), parser.isSet(quick));
+    return harness.run();
+}
