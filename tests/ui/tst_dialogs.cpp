@@ -227,6 +227,12 @@ void DialogsTest::helpCoversEveryAction()
         page.contains(QStringLiteral("o backup abre com a senha que o container tinha no momento em que a "
                                      "cópia foi feita")));
     QVERIFY(page.contains(QStringLiteral("Compactar cofre")));
+    // The journal is the one other file ever written on the drive, and the page says so.
+    QVERIFY(
+        page.contains(QStringLiteral("O Velmarin só grava o container na unidade USB, e ao lado dele, apenas "
+                                     "enquanto uma alteração está sendo gravada, um pequeno diário "
+                                     "(velmarin.vltx.journal).")));
+    QVERIFY(page.contains(QStringLiteral("Na linha de comando, velmarin-cli recover faz o mesmo.")));
 }
 
 void DialogsTest::helpFallsBackWhenThePageIsMissing()
