@@ -25,9 +25,11 @@ bool ContainerBackup::openDestination()
 
 bool ContainerBackup::copy(const Progress& progress)
 {
-    const bool copied = copyChunks(progress) && FileSync::flushToDevice(m_destination);
+    bool copied = copyChunks(progress) && FileSync::flushToDevice(m_destination);
     m_source.close();
     m_destination.close();
+    // A new backup's name is only on the device once its folder is.
+    copied = copied && FileSync::syncFolderOf(m_destination.fileName());
     if (!copied) {
         m_destination.remove();
     }
