@@ -104,9 +104,10 @@ ContainerRecovery::Outcome ContainerRecovery::restoreHeader(const QString& conta
 ContainerRecovery::Outcome ContainerRecovery::restoreCompacted(const QString& containerPath,
                                                                const ContainerJournal& journal) const
 {
-    // Whatever stands at the container's place is a part of a copy; there was no room for two.
-    if (!isWholeLocalCopy(journal) || !FileSync::removeFile(containerPath) ||
-        !FileSync::copyFile(journal.localCopy(), containerPath)) {
+    // Whatever stands at the container's place is a part of a copy, and the copy truncates it
+    // first: there was no room for two. Written over rather than removed, because on Windows a
+    // removed file keeps its name while the caller's lock holds it open.
+    if (!isWholeLocalCopy(journal) || !FileSync::copyFile(journal.localCopy(), containerPath)) {
         return Outcome::Failed;
     }
     ContainerJournal::remove(containerPath);
