@@ -93,6 +93,8 @@ private Q_SLOTS:
 
 private:
     void setUpWithDrive(const QStringList& folders = {}, const QList<WindowFixture::Entry>& files = {});
+    // Unlocks with the test password and answers the one message box that follows.
+    void unlockAnswering(MessageRecord& message);
     QString statusMessage() { return m_fixture.window().statusBar()->currentMessage(); }
 
     WindowFixture m_fixture;
@@ -107,6 +109,17 @@ void VaultActionsTest::initTestCase()
 void VaultActionsTest::cleanup()
 {
     m_fixture.verifyDialogsAndTearDown();
+}
+
+void VaultActionsTest::unlockAnswering(MessageRecord& message)
+{
+    if (m_fixture.window().containerPath().isEmpty()) {
+        m_fixture.chooseContainer(m_fixture.container());
+    }
+    m_fixture.driver().expectInput(QString::fromUtf8(TestFiles::password()));
+    m_fixture.driver().expectMessage(QStringLiteral("OK"), &message);
+    m_fixture.action(QStringLiteral("Desbloquear"))->trigger();
+    QVERIFY(m_fixture.driver().allHandled());
 }
 
 void VaultActionsTest::setUpWithDrive(const QStringList& folders, const QList<WindowFixture::Entry>& files)
@@ -660,13 +673,7 @@ void VaultActionsTest::compactFailureNamesThePreservedContainer()
     QVERIFY(m_fixture.driver().unexpected().isEmpty());
     QCOMPARE(m_fixture.window().containerPath(), m_fixture.container());
     MessageRecord restored;
-    if (m_fixture.window().containerPath().isEmpty()) {
-        m_fixture.chooseContainer(m_fixture.container());
-    }
-    m_fixture.driver().expectInput(QString::fromUtf8(TestFiles::password()));
-    m_fixture.driver().expectMessage(QStringLiteral("OK"), &restored);
-    m_fixture.action(QStringLiteral("Desbloquear"))->trigger();
-    QVERIFY(m_fixture.driver().allHandled());
+    unlockAnswering(restored);
     QVERIFY(m_fixture.window().isVaultUnlocked());
     QCOMPARE(restored.title, QStringLiteral("Velmarin"));
     QCOMPARE(restored.icon, QMessageBox::Information);
@@ -699,13 +706,7 @@ void VaultActionsTest::unlockTellsThatAnInterruptedChangeWasUndone()
     }
     QVERIFY(Core::VaultManager::hasInterruptedChange(m_fixture.container()));
     MessageRecord restored;
-    if (m_fixture.window().containerPath().isEmpty()) {
-        m_fixture.chooseContainer(m_fixture.container());
-    }
-    m_fixture.driver().expectInput(QString::fromUtf8(TestFiles::password()));
-    m_fixture.driver().expectMessage(QStringLiteral("OK"), &restored);
-    m_fixture.action(QStringLiteral("Desbloquear"))->trigger();
-    QVERIFY(m_fixture.driver().allHandled());
+    unlockAnswering(restored);
     QVERIFY(m_fixture.window().isVaultUnlocked());
     QCOMPARE(restored.title, QStringLiteral("Velmarin"));
     QCOMPARE(restored.icon, QMessageBox::Information);
