@@ -59,13 +59,16 @@ bool VaultCompactor::compact(const QString& containerPath, const VaultIndex& liv
         workFolder.remove();
         return false;
     }
+    QString kept;
     const bool replaced = hasRoomBeside(containerPath, QFileInfo(newPath).size())
                               ? replaceBeside(newPath, containerPath, progress)
-                              : replaceInTurn(newPath, containerPath, progress, preservedPath);
+                              : replaceInTurn(newPath, containerPath, progress, kept);
     if (!replaced) {
-        // A preserved container keeps its folder: it is the only whole copy of the vault.
-        if (preservedPath == nullptr || preservedPath->isEmpty()) {
+        // A preserved container keeps its folder, asked for or not: it is the only whole copy.
+        if (kept.isEmpty()) {
             workFolder.remove();
+        } else if (preservedPath != nullptr) {
+            *preservedPath = kept;
         }
         return false;
     }
@@ -97,7 +100,7 @@ bool VaultCompactor::replaceBeside(const QString& newPath, const QString& contai
 }
 
 bool VaultCompactor::replaceInTurn(const QString& newPath, const QString& containerPath,
-                                   const ProgressCallback& progress, QString* preservedPath) const
+                                   const ProgressCallback& progress, QString& preservedPath) const
 {
     // No room for two: the old container must go first. Until the new one is whole on the drive, a
     // journal there names the local copy, so that the next unlock puts it back after a cut.
@@ -122,9 +125,7 @@ bool VaultCompactor::replaceInTurn(const QString& newPath, const QString& contai
         return false;
     }
     if (!FileSync::copyFile(newPath, containerPath, swapProgress(progress))) {
-        if (preservedPath != nullptr) {
-            *preservedPath = newPath;
-        }
+        preservedPath = newPath;
         return false;
     }
     journalLock.release();

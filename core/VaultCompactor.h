@@ -41,8 +41,9 @@ private:
     static bool hasRoomBeside(const QString& containerPath, qint64 newSize);
     bool replaceBeside(const QString& newPath, const QString& containerPath,
                        const ProgressCallback& progress) const;
+    // preservedPath names the local copy when the drive was left without a whole container.
     bool replaceInTurn(const QString& newPath, const QString& containerPath, const ProgressCallback& progress,
-                       QString* preservedPath) const;
+                       QString& preservedPath) const;
     static FileSync::CopyProgress swapProgress(const ProgressCallback& progress);
 
     const ContainerFile& m_containerFile;

@@ -46,6 +46,7 @@ private Q_SLOTS:
     void roomForBothNeverLeavesTheDriveWithoutAContainer();
     void failedCopyOntoTheDriveKeepsTheNewContainer_data();
     void failedCopyOntoTheDriveKeepsTheNewContainer();
+    void aCopyNobodyAskedAboutIsStillKept();
     void lockedVaultIsRefused();
 
 private:
@@ -386,6 +387,28 @@ void TestCompaction::failedCopyOntoTheDriveKeepsTheNewContainer()
             !smallFilesOnly);
     QVERIFY(again.exportFile(QStringLiteral("Fotos/pequeno.bin"), path(QStringLiteral("saida.bin"))));
     QVERIFY(TestFiles::sameContents(path(QStringLiteral("saida.bin")), path(QStringLiteral("fonte-2.bin"))));
+    QVERIFY(again.lock());
+}
+
+void TestCompaction::aCopyNobodyAskedAboutIsStillKept()
+{
+    QVERIFY(FailureInjection::isAvailable());
+    fillVault();
+    {
+        const FailureInjection injection(QStringLiteral("usb/velmarin.vltx$"), "no-room,write");
+        QVERIFY(!m_fixture.vault().compactVault({}, nullptr));
+    }
+    // The caller did not ask where the copy is, but it is the only whole one: it stays, and the
+    // journal on the drive names it.
+    QCOMPARE(workFolders().size(), 1);
+    QVERIFY(QFile::exists(journal()));
+    QVERIFY(m_fixture.vault().lock());
+    VaultManager again;
+    QVERIFY(again.unlock(m_fixture.container(), TestFiles::password()));
+    QCOMPARE(again.lastRecovery(), VaultManager::Recovery::ContainerRestored);
+    QVERIFY(workFolders().isEmpty());
+    QVERIFY(again.exportFile(QStringLiteral("doc.bin"), path(QStringLiteral("saida.bin"))));
+    QVERIFY(TestFiles::sameContents(path(QStringLiteral("saida.bin")), path(QStringLiteral("fonte-3.bin"))));
     QVERIFY(again.lock());
 }
 
