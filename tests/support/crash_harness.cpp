@@ -1,8 +1,11 @@
 // Cuts velmarin-cli short at every write boundary of the operations that change a vault, one cut per
-// run, with the crash shim preloaded (crashshim.c), and checks after each cut that the vault opens
-// (after velmarin-cli recover) with either the state from before the operation or the state after
-// it, that every file exports byte for byte, that velmarin-cli verify passes, and that nothing but
-// the container is left on the drive.
+// run, with the crash shim preloaded (crashshim.c): killed before the call, killed half-way through
+// a write, killed with every write that no sync covered undone, the same but for the newest such
+// write, and the same after a torn write; and once with the unsynced writes undone right after the
+// command reported success, when only the state after may remain. It checks after each cut that the vault
+// opens (after velmarin-cli recover) with either the state from before the operation or the state after it,
+// that every file exports byte for byte, that velmarin-cli verify passes, and that nothing but the container
+// is left on the drive.
 //
 // Usage: velmarin-crash-harness --cli <velmarin-cli> --shim <libvelmarin_crashshim.so> [--quick]
 // Exit status 0 when every cut point survived.
@@ -29,6 +32,8 @@ namespace {
 
 const QByteArray OldPassword = Tests::FuzzContainer::Password;
 const QByteArray NewPassword = QByteArrayLiteral("a senha nova do cofre");
+// The power cut right after the command reported success: only the state after may remain.
+const QString AtExit = QStringLiteral("após o sucesso");
 constexpr qint64 MiB = 1024 * 1024;
 
 // What a vault holds, as a user would check it: every folder, and every file with its digest.
@@ -162,7 +167,12 @@ bool CrashHarness::runCut(const Scenario& scenario, const QString& mode, long at
                        preload.isEmpty() ? m_shim : preload + QLatin1Char(':') + m_shim);
     environment.insert(QStringLiteral("VELMARIN_CRASH_PATH"), drive());
     environment.insert(QStringLiteral("VELMARIN_CRASH_AT"), QString::number(at));
-    environment.insert(QStringLiteral("VELMARIN_CRASH_MODE"), mode);
+    if (mode == AtExit) {
+        environment.insert(QStringLiteral("VELMARIN_CRASH_MODE"), QStringLiteral("lose"));
+        environment.insert(QStringLiteral("VELMARIN_CRASH_AT_EXIT"), QStringLiteral("1"));
+    } else {
+        environment.insert(QStringLiteral("VELMARIN_CRASH_MODE"), mode);
+    }
     environment.insert(QStringLiteral("VELMARIN_CRASH_COUNT"), path(QStringLiteral("count")));
     if (scenario.noRoom) {
         environment.insert(QStringLiteral("VELMARIN_CRASH_NO_ROOM"), QStringLiteral("1"));
@@ -265,7 +275,9 @@ Outcome CrashHarness::runScenario(const Scenario& scenario)
         return outcome;
     }
     for (const auto& [mode, total] :
-         {qMakePair(QStringLiteral("kill"), boundaries), qMakePair(QStringLiteral("tear"), writes)}) {
+         {qMakePair(QStringLiteral("kill"), boundaries), qMakePair(QStringLiteral("tear"), writes),
+          qMakePair(QStringLiteral("lose"), boundaries), qMakePair(QStringLiteral("reorder"), boundaries),
+          qMakePair(QStringLiteral("tear-reorder"), writes)}) {
         for (long at = 1; at <= total; ++at) {
             ++outcome.tried;
             QString failure;
@@ -286,7 +298,17 @@ Outcome CrashHarness::runScenario(const Scenario& scenario)
             }
         }
     }
-    m_out << QStringLiteral("%1: %2 pontos de corte (%3 kill, %4 tear), %5 sobreviveram\n")
+    ++outcome.tried;
+    const QString failure = !resetDrive() || runCut(scenario, AtExit, 0, &exitCode) || exitCode != 0
+                                ? QStringLiteral("a operação falhou")
+                                : checkAfterCut(after, after);
+    if (failure.isEmpty()) {
+        ++outcome.survived;
+    } else {
+        m_out << QStringLiteral("  %1, %2: %3\n").arg(scenario.name, AtExit, failure);
+    }
+    m_out << QStringLiteral("%1: %2 pontos de corte (%3 kill, %4 tear, %3 lose, %3 reorder, %4 "
+                            "tear-reorder, 1 após o sucesso), %5 sobreviveram\n")
                  .arg(scenario.name)
                  .arg(outcome.tried)
                  .arg(boundaries)
