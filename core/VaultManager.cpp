@@ -164,11 +164,6 @@ bool VaultManager::unlock(const QString& containerPath, const QByteArray& passwo
         recoverContainer(containerPath) == Recovery::Failed) {
         return refuse();
     }
-    // A container put back from its compacted copy is a new file; the lock held the old one.
-    if (m_recovery == Recovery::ContainerRestored &&
-        m_lock.acquire(containerPath) != ContainerLock::Result::Acquired) {
-        return false;
-    }
     ContainerHeader header;
     if (!m_containerFile.readHeader(containerPath, header)) {
         return refuse();
