@@ -1,5 +1,6 @@
 #include "IndexCipher.h"
 
+#include "PlaintextBuffer.h"
 #include "VaultCrypto.h"
 
 namespace Velmarin::Core {
@@ -15,7 +16,8 @@ IndexCipher::IndexCipher(const VaultCrypto& crypto, const QByteArray& blockKey)
 
 QByteArray IndexCipher::encryptIndex(const ContainerHeader& header, const VaultIndex& index) const
 {
-    return m_crypto.encrypt(index.toJson(), m_key, header.crypto.payloadNonce,
+    const PlaintextBuffer json(index.toJson());
+    return m_crypto.encrypt(json.bytes(), m_key, header.crypto.payloadNonce,
                             m_crypto.associatedData(header, IndexLabel));
 }
 
@@ -24,12 +26,12 @@ bool IndexCipher::decryptIndex(const ContainerHeader& header, VaultIndex& out) c
     if (header.encryptedIndex.isEmpty()) {
         return false;
     }
-    const QByteArray json = m_crypto.decrypt(header.encryptedIndex, m_key, header.crypto.payloadNonce,
-                                             m_crypto.associatedData(header, IndexLabel));
+    const PlaintextBuffer json(m_crypto.decrypt(header.encryptedIndex, m_key, header.crypto.payloadNonce,
+                                                m_crypto.associatedData(header, IndexLabel)));
     if (json.isEmpty()) {
         return false;
     }
-    out = VaultIndex::fromJson(json);
+    out = VaultIndex::fromJson(json.bytes());
     return true;
 }
 

@@ -1,5 +1,6 @@
 #include "PayloadStore.h"
 
+#include "PlaintextBuffer.h"
 #include "Sha256.h"
 #include "VaultCrypto.h"
 
@@ -18,7 +19,7 @@ bool PayloadStore::appendBlocks(QIODevice& source, QIODevice& container, qint64 
                                 FileEntry& entry) const
 {
     Sha256 hash;
-    QByteArray plain(BlockSize, Qt::Uninitialized);
+    PlaintextBuffer plain(BlockSize);
     qint64 done = 0;
     entry.blocks.clear();
     while (!source.atEnd()) {
@@ -26,7 +27,7 @@ bool PayloadStore::appendBlocks(QIODevice& source, QIODevice& container, qint64 
         if (read <= 0) {
             return false;
         }
-        const QByteArray piece = QByteArray::fromRawData(plain.constData(), static_cast<qsizetype>(read));
+        const QByteArray piece = plain.prefix(static_cast<qsizetype>(read));
         hash.addData(piece);
         const QByteArray nonce = m_crypto.randomBytes(VaultCrypto::NonceSize);
         const QByteArray sealed = m_crypto.encrypt(piece, m_key, nonce, m_associatedData);
@@ -58,8 +59,10 @@ bool PayloadStore::exportBlocks(QIODevice& container, const FileEntry& entry, QI
         if (sealed.size() != block.encryptedSize) {
             return false;
         }
-        const QByteArray plain = m_crypto.decrypt(sealed, m_key, block.nonce, m_associatedData);
-        if (plain.size() != block.plainSize || destination.write(plain) != plain.size()) {
+        const PlaintextBuffer plain(m_crypto.decrypt(sealed, m_key, block.nonce, m_associatedData));
+        // Handed over as raw bytes: a device keeping a shared copy of the array would outlive the wipe.
+        if (plain.size() != block.plainSize ||
+            destination.write(plain.bytes().constData(), plain.size()) != plain.size()) {
             return false;
         }
     }
