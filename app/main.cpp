@@ -1,4 +1,5 @@
 #include "MainWindow.h"
+#include "ProcessProtection.h"
 #include "ProductInfo.h"
 
 #include <QApplication>
@@ -6,6 +7,8 @@
 
 int main(int argc, char* argv[])
 {
+    // Before any argument is read: from here on a crash leaves no core file behind.
+    Velmarin::Core::ProcessProtection::disableCoreDumps();
     QApplication application(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("Velmarin"));
     QCoreApplication::setApplicationVersion(QString::fromLatin1(Velmarin::UI::ProductVersion));

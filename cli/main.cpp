@@ -2,6 +2,7 @@
 #include "CommandLine.h"
 #include "Console.h"
 #include "PasswordSource.h"
+#include "ProcessProtection.h"
 #include "TerminalInput.h"
 
 #include <QCoreApplication>
@@ -16,6 +17,8 @@
 
 int main(int argc, char* argv[])
 {
+    // Before any argument or password is read: from here on a crash leaves no core file behind.
+    Velmarin::Core::ProcessProtection::disableCoreDumps();
     QCoreApplication application(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("velmarin-cli"));
     QCoreApplication::setApplicationVersion(QStringLiteral(VELMARIN_VERSION));
