@@ -8,6 +8,14 @@
 
 #include <sodium.h>
 
+#include <cstdlib>
+#include <cstring>
+#include <vector>
+
+#ifndef Q_OS_WIN
+extern char** environ;
+#endif
+
 namespace Velmarin::Cli {
 
 namespace {
@@ -36,6 +44,41 @@ PasswordSource::PasswordSource(Console& console, Environment environment, bool i
     , m_environment(std::move(environment))
     , m_inputIsTerminal(inputIsTerminal)
 {}
+
+QByteArray PasswordSource::takeFromProcessEnvironment(const char* name)
+{
+    char* value = std::getenv(name);
+    if (value == nullptr) {
+        return {};
+    }
+    const std::size_t valueLength = std::strlen(value);
+    QByteArray copy(value, static_cast<qsizetype>(valueLength));
+#ifdef Q_OS_WIN
+    sodium_memzero(value, valueLength);
+    qunsetenv(name);
+#else
+    // Every entry of that name, not only the one getenv found: each one is in /proc/<pid>/environ.
+    const std::size_t nameLength = std::strlen(name);
+    std::vector<char*> entries;
+    for (char** entry = environ; entry != nullptr && *entry != nullptr; ++entry) {
+        if (std::strncmp(*entry, name, nameLength) == 0 && (*entry)[nameLength] == '=') {
+            entries.push_back(*entry);
+        }
+    }
+    for (char* entry : entries) {
+        char* entryValue = entry + nameLength + 1;
+        sodium_memzero(entryValue, std::strlen(entryValue));
+    }
+    qunsetenv(name);
+#ifdef __GLIBC__
+    // glibc never frees what it unsets; without its name the entry no longer tells a password was here.
+    for (char* entry : entries) {
+        sodium_memzero(entry, nameLength + 1);
+    }
+#endif
+#endif
+    return copy;
+}
 
 int PasswordSource::current(const QString& passwordFile, const QString& prompt, PasswordBytes& password)
 {

@@ -31,6 +31,10 @@ public:
 
     PasswordSource(Console& console, Environment environment, bool inputIsTerminal);
 
+    // An Environment over this process's own variables. Each one read is overwritten in place and
+    // unset: /proc/<pid>/environ and a core file would otherwise show it while the process runs.
+    static QByteArray takeFromProcessEnvironment(const char* name);
+
     // Each returns ExitCode::Success with password filled, or the code to exit with after telling why.
     int current(const QString& passwordFile, const QString& prompt, PasswordBytes& password);
     int fresh(const QString& passwordFile, const NewPasswordPrompts& prompts, PasswordBytes& password);

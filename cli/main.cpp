@@ -36,10 +36,9 @@ int main(int argc, char* argv[])
     }
     using Velmarin::Cli::TerminalInput;
     Velmarin::Cli::Console console(output, errors, TerminalInput::isTerminal(TerminalInput::Stream::Errors));
-    Velmarin::Cli::PasswordSource passwords(
-        console,
-        [](const char* name) { return qEnvironmentVariableIsSet(name) ? qgetenv(name) : QByteArray(); },
-        TerminalInput::isTerminal(TerminalInput::Stream::Input));
+    Velmarin::Cli::PasswordSource passwords(console,
+                                            &Velmarin::Cli::PasswordSource::takeFromProcessEnvironment,
+                                            TerminalInput::isTerminal(TerminalInput::Stream::Input));
     Velmarin::Cli::CommandLine commandLine(console, passwords);
     const int code = commandLine.run(QCoreApplication::arguments());
     output.flush();

@@ -1,5 +1,6 @@
 // What another process on the same computer can get out of a running velmarin-cli or window, seen
-// through /proc the way it would look: no core file from the first instruction on.
+// through /proc the way it would look: no core file from the first instruction on, and no password
+// left in the environment once it was read.
 #include "CliRunner.h"
 #include "TestFiles.h"
 
@@ -10,6 +11,7 @@
 #include <QThread>
 #include <QtTest>
 
+#include <algorithm>
 #include <sys/resource.h>
 #include <sys/syscall.h>
 
@@ -19,8 +21,12 @@ using Velmarin::Tests::TestFiles;
 namespace {
 
 constexpr int WaitMs = 60000;
+constexpr qint64 ExportSize = 4 * 1024 * 1024 + 17;
 // What the test's children start with, so that a limit of 0 can only come from the child itself.
 constexpr rlim_t InheritedCoreLimit = 1024 * 1024;
+// Argon2id takes 256 MiB; a jump this large in the address space means it has begun.
+constexpr qint64 Argon2JumpKiB = 128 * 1024;
+const QByteArray NewPassword = QByteArrayLiteral("outra senha bem longa, só para este teste");
 
 QByteArray procFile(qint64 pid, const QString& name)
 {
@@ -40,6 +46,16 @@ QByteArray coreLimit(qint64 pid)
     return {};
 }
 
+qint64 addressSpaceKiB(qint64 pid)
+{
+    for (const QByteArray& line : procFile(pid, QStringLiteral("status")).split('\n')) {
+        if (line.startsWith("VmSize:")) {
+            return line.mid(7).simplified().split(' ').value(0).toLongLong();
+        }
+    }
+    return -1;
+}
+
 // Polls until pid sits blocked in system call number on descriptor fd.
 bool waitInSystemCall(qint64 pid, long number, int fd)
 {
@@ -55,7 +71,7 @@ bool waitInSystemCall(qint64 pid, long number, int fd)
     return false;
 }
 
-// Reading /proc/<pid>/syscall of a process that is no longer dumpable takes CAP_SYS_PTRACE.
+// Reading /proc/<pid>/environ and syscall of a process that is no longer dumpable takes CAP_SYS_PTRACE.
 bool mayInspectOtherProcesses()
 {
     constexpr int SysPtrace = 19;
@@ -66,6 +82,19 @@ bool mayInspectOtherProcesses()
         }
     }
     return false;
+}
+
+QByteArrayList environmentOf(qint64 pid)
+{
+    QByteArrayList entries = procFile(pid, QStringLiteral("environ")).split('\0');
+    entries.removeAll(QByteArray());
+    return entries;
+}
+
+bool hasVariable(const QByteArrayList& entries, const QByteArray& name)
+{
+    return std::any_of(entries.cbegin(), entries.cend(),
+                       [&](const QByteArray& entry) { return entry.startsWith(name + '='); });
 }
 
 // AddressSanitizer turns core files off in every process it starts; the sanitizer build keeps them.
@@ -87,6 +116,8 @@ private Q_SLOTS:
     void init();
     void coreFilesAreOffBeforeThePasswordIsRead();
     void windowTurnsCoreFilesOffAtStart();
+    void passwordVariableIsGoneOnceRead();
+    void newPasswordVariableIsGoneOnceRead();
 
 private:
     QString path(const QString& name) const { return m_dir->filePath(name); }
@@ -180,6 +211,68 @@ void TestCliProcessProtection::windowTurnsCoreFilesOffAtStart()
     window.waitForFinished(WaitMs);
     QVERIFY(stillRunning);
     QCOMPARE(limit, QByteArray("0"));
+}
+
+void TestCliProcessProtection::passwordVariableIsGoneOnceRead()
+{
+    if (!mayInspectOtherProcesses()) {
+        QSKIP("Reading the environment of a process that is no longer dumpable takes CAP_SYS_PTRACE");
+    }
+    const QString source = path(QStringLiteral("grande.bin"));
+    QVERIFY(TestFiles::writePattern(source, ExportSize, 7));
+    m_cli->useTestPassword();
+    QCOMPARE(m_cli->run({QStringLiteral("import"), m_container, source}).exitCode, 0);
+
+    // The export fills the pipe nobody reads yet and then waits on it, long after the password was read.
+    const std::unique_ptr<QProcess> process = m_cli->start(
+        {QStringLiteral("export"), m_container, QStringLiteral("grande.bin"), QStringLiteral("-")});
+    QVERIFY(process->waitForStarted());
+    QVERIFY2(waitInSystemCall(process->processId(), SYS_write, 1), "the export never waited on its output");
+    const QByteArrayList environment = environmentOf(process->processId());
+    const QByteArray all = environment.join('\n');
+
+    QVERIFY(process->waitForFinished(WaitMs));
+    QCOMPARE(process->exitCode(), 0);
+    QVERIFY(process->readAllStandardOutput() == TestFiles::read(source));
+    QVERIFY2(environment.contains("LANG=pt_BR.UTF-8"), "the child's environment could not be read");
+    QVERIFY2(!all.contains(TestFiles::password()), "the password is still in the process environment");
+    QVERIFY(!hasVariable(environment, "VELMARIN_PASSWORD"));
+}
+
+void TestCliProcessProtection::newPasswordVariableIsGoneOnceRead()
+{
+    if (!mayInspectOtherProcesses()) {
+        QSKIP("Reading the environment of a process that is no longer dumpable takes CAP_SYS_PTRACE");
+    }
+    m_cli->setVariable(QStringLiteral("VELMARIN_NEW_PASSWORD"), QString::fromUtf8(NewPassword));
+    const std::unique_ptr<QProcess> process = m_cli->start(
+        {QStringLiteral("passwd"), m_container, QStringLiteral("--password-file"), QStringLiteral("-")});
+    QVERIFY(process->waitForStarted());
+    const qint64 pid = process->processId();
+    QVERIFY2(waitInSystemCall(pid, SYS_read, 0), "velmarin-cli never waited for the current password");
+    // Not read yet, so still there: the test can see it.
+    QVERIFY(environmentOf(pid).join('\n').contains(NewPassword));
+    const qint64 before = addressSpaceKiB(pid);
+
+    process->write(TestFiles::password() + '\n');
+    QVERIFY(process->waitForBytesWritten(WaitMs));
+    process->closeWriteChannel();
+    // Both passwords are read before the first key derivation starts.
+    bool deriving = false;
+    const QDeadlineTimer deadline(WaitMs);
+    while (!deriving && !deadline.hasExpired() && process->state() == QProcess::Running) {
+        deriving = addressSpaceKiB(pid) > before + Argon2JumpKiB;
+        QThread::msleep(1);
+    }
+    const QByteArrayList environment = environmentOf(pid);
+
+    QVERIFY(process->waitForFinished(WaitMs));
+    QCOMPARE(process->exitCode(), 0);
+    QVERIFY2(deriving, "the key derivation was never seen running");
+    QVERIFY2(environment.contains("LANG=pt_BR.UTF-8"), "the child's environment could not be read");
+    QVERIFY2(!environment.join('\n').contains(NewPassword),
+             "the new password is still in the process environment");
+    QVERIFY(!hasVariable(environment, "VELMARIN_NEW_PASSWORD"));
 }
 
 QTEST_GUILESS_MAIN(TestCliProcessProtection)
