@@ -140,6 +140,23 @@ QByteArray VaultCrypto::decrypt(const QByteArray& ciphertext, const QByteArray& 
     return out;
 }
 
+QByteArray VaultCrypto::hmacSha256(const QByteArray& key, const QByteArray& message) const
+{
+    if (key.isEmpty()) {
+        return {};
+    }
+    // libsodium's own HMAC, so the key is never copied into a buffer nobody wipes.
+    crypto_auth_hmacsha256_state state;
+    QByteArray mac(crypto_auth_hmacsha256_BYTES, Qt::Uninitialized);
+    crypto_auth_hmacsha256_init(&state, reinterpret_cast<const unsigned char*>(key.constData()),
+                                size_t(key.size()));
+    crypto_auth_hmacsha256_update(&state, reinterpret_cast<const unsigned char*>(message.constData()),
+                                  quint64(message.size()));
+    crypto_auth_hmacsha256_final(&state, reinterpret_cast<unsigned char*>(mac.data()));
+    sodium_memzero(&state, sizeof state);
+    return mac;
+}
+
 QByteArray VaultCrypto::associatedData(const ContainerHeader& header, const QByteArray& label) const
 {
     const char separator = '|';

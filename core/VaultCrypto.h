@@ -31,6 +31,8 @@ public:
                        const QByteArray& associatedData) const;
     QByteArray decrypt(const QByteArray& ciphertext, const QByteArray& key, const QByteArray& nonce,
                        const QByteArray& associatedData) const;
+    // HMAC-SHA-256 of message under key (any length).
+    QByteArray hmacSha256(const QByteArray& key, const QByteArray& message) const;
     QByteArray associatedData(const ContainerHeader& header, const QByteArray& label) const;
 
     // Overwrites and empties a byte array this process owns alone (a shared one would detach first).

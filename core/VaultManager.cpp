@@ -5,6 +5,7 @@
 #include "FileSync.h"
 #include "IndexCipher.h"
 #include "PayloadStore.h"
+#include "PrivateFolder.h"
 #include "ProcessProtection.h"
 #include "VaultCompactor.h"
 #include "VaultPath.h"
@@ -26,8 +27,8 @@ constexpr int MinimumPasswordLength = 12;
 
 } // namespace
 
-VaultManager::VaultManager(const QString& workspaceParent)
-    : m_workspace(workspaceParent)
+VaultManager::VaultManager(const QString& workspaceRoot)
+    : m_workspace(workspaceRoot)
 {}
 
 VaultManager::~VaultManager() = default;
@@ -181,11 +182,11 @@ bool VaultManager::unlock(const QString& containerPath, const QByteArray& passwo
     m_containerPath = containerPath;
     m_state = State::Unlocked;
     m_access = access;
-    if (access == Access::ReadOnly) {
+    if (access == Access::ReadOnly || !m_workspace.isEnabled()) {
         return true;
     }
     // Failing to take the workspace still leaves the session open; the next lock releases it.
-    return m_workspace.acquire();
+    return m_workspace.acquire(workspaceId());
 }
 
 VaultManager::Recovery VaultManager::recover(const QString& containerPath)
@@ -239,20 +240,57 @@ bool VaultManager::lock()
 {
     if (isUnlocked()) {
         // Edits come home first; one that cannot be stored keeps the vault open so nothing is lost.
-        for (const EditedFile& edited : m_workspace.changedFiles()) {
-            if (!importFile(edited.localPath, edited.vaultPath)) {
-                return false;
-            }
+        if (!bringBack(m_workspace.changedFiles())) {
+            return false;
         }
     }
-    m_workspace.clearRecords();
     const bool released = m_workspace.release();
+    endSession();
+    return released;
+}
+
+void VaultManager::endSession()
+{
     m_masterKey.clear();
     m_index.clear();
     m_state = State::Locked;
     m_access = Access::ReadWrite;
     m_lock.release();
-    return released;
+}
+
+void VaultManager::lockKeepingEdits()
+{
+    m_workspace.releaseKeepingEdits();
+    endSession();
+}
+
+bool VaultManager::bringBack(const QList<EditedFile>& copies)
+{
+    for (const EditedFile& edited : copies) {
+        QFile copy;
+        if (!m_workspace.openCopy(edited.vaultPath, copy) ||
+            !importFile(copy, copy.size(), PrivateFolder::modified(copy), edited.vaultPath)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+bool VaultManager::bringBackLeftoverEdits()
+{
+    return canChange() && bringBack(m_workspace.leftovers()) && m_workspace.discardLeftovers();
+}
+
+bool VaultManager::discardLeftoverEdits()
+{
+    return m_workspace.discardLeftovers();
+}
+
+QString VaultManager::workspaceId() const
+{
+    const QByteArray digest =
+        m_crypto.hmacSha256(m_masterKey.view(), QByteArrayLiteral("velmarin-workspace"));
+    return QString::fromLatin1(digest.left(16).toHex());
 }
 
 bool VaultManager::changePassword(const QString& containerPath, const QByteArray& currentPassword,
@@ -322,17 +360,23 @@ bool VaultManager::saveIndex(ContainerHeader& header, const VaultIndex& newIndex
 bool VaultManager::importFile(const QString& sourcePath, const QString& vaultPath,
                               const ProgressCallback& progress)
 {
+    const QFileInfo sourceInfo(sourcePath);
+    if (!sourceInfo.exists() || !sourceInfo.isFile()) {
+        return false;
+    }
+    QFile source(sourcePath);
+    return canChange() && source.open(QIODevice::ReadOnly) &&
+           importFile(source, sourceInfo.size(), sourceInfo.lastModified().toUTC(), vaultPath, progress);
+}
+
+bool VaultManager::importFile(QFile& source, qint64 size, const QDateTime& modifiedUtc,
+                              const QString& vaultPath, const ProgressCallback& progress)
+{
     if (!canChange()) {
         return false;
     }
     const QString target = normalizeVaultPath(vaultPath);
-    const QFileInfo sourceInfo(sourcePath);
-    if (target.isEmpty() || crossesFile(target) || m_index.directoryExists(target) || !sourceInfo.exists() ||
-        !sourceInfo.isFile()) {
-        return false;
-    }
-    QFile source(sourcePath);
-    if (!source.open(QIODevice::ReadOnly)) {
+    if (target.isEmpty() || crossesFile(target) || m_index.directoryExists(target)) {
         return false;
     }
     ContainerHeader header;
@@ -354,8 +398,8 @@ bool VaultManager::importFile(const QString& sourcePath, const QString& vaultPat
     FileEntry entry;
     entry.id = QUuid::createUuid().toString(QUuid::WithoutBraces);
     entry.vaultPath = target;
-    entry.sizeBytes = sourceInfo.size();
-    entry.lastModifiedUtc = sourceInfo.lastModified().toUTC();
+    entry.sizeBytes = size;
+    entry.lastModifiedUtc = modifiedUtc;
 
     // Unbuffered, so that a failed write leaves nothing pending that would block the truncation.
     QFile container(m_containerPath);
@@ -572,26 +616,23 @@ bool VaultManager::isOpenForEdit(const QString& vaultPath) const
 
 bool VaultManager::openForEdit(const QString& vaultPath, QString* localPath)
 {
-    if (!canChange() || localPath == nullptr) {
+    if (!canChange() || localPath == nullptr || !m_workspace.isAcquired()) {
         return false;
     }
     const QString path = normalizeVaultPath(vaultPath);
-    if (path.isEmpty()) {
+    const FileEntry* stored = m_index.findFile(path);
+    if (path.isEmpty() || stored == nullptr) {
         return false;
     }
-    const QString local = m_workspace.localPathFor(path);
-    if (!m_workspace.makeParentDirectories(local)) {
+    // The copy goes under the name the vault keeps, so it comes back to the same entry.
+    const QString storedPath = stored->vaultPath;
+    QFile copy;
+    QString local;
+    if (!m_workspace.createCopy(storedPath, copy, &local)) {
         return false;
     }
-    QFile copy(local);
-    // The copy is plaintext: readable by its owner alone from the moment it exists.
-    if (!copy.open(QIODevice::WriteOnly | QIODevice::Truncate,
-                   QFileDevice::ReadOwner | QFileDevice::WriteOwner)) {
-        return false;
-    }
-    const bool exported = exportFile(path, &copy) && copy.flush();
-    copy.close();
-    if (!exported || !m_workspace.record(path, local)) {
+    const bool exported = exportFile(storedPath, &copy) && copy.flush();
+    if (!exported || !m_workspace.record(storedPath, copy)) {
         return false;
     }
     *localPath = local;

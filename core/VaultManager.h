@@ -12,6 +12,7 @@
 #include <QByteArray>
 #include <QString>
 
+class QDateTime;
 class QFile;
 class QIODevice;
 
@@ -52,8 +53,9 @@ public:
         Failed
     };
 
-    // The workspace goes below workspaceParent, by default the system's temporary folder.
-    explicit VaultManager(const QString& workspaceParent = QString());
+    // Files opened for editing go to a workspace below workspaceRoot (see Workspace::defaultRoot).
+    // Without a root the session takes no workspace and opens nothing for editing.
+    explicit VaultManager(const QString& workspaceRoot = QString());
     ~VaultManager();
     VaultManager(const VaultManager&) = delete;
     VaultManager& operator=(const VaultManager&) = delete;
@@ -63,6 +65,10 @@ public:
     bool createVault(const QString& containerPath, const QByteArray& password);
     bool unlock(const QString& containerPath, const QByteArray& password, Access access = Access::ReadWrite);
     bool lock();
+    // For when the vault must close at once (its drive is gone, the computer is going to sleep and an
+    // edit could not be stored): the keys and the index are wiped without touching the container.
+    // Copies the user changed stay in the private workspace and are offered back at the next unlock.
+    void lockKeepingEdits();
     // What the last unlock, recover or changePassword had to put back first (never in read-only
     // sessions, which write nothing).
     Recovery lastRecovery() const { return m_recovery; }
@@ -80,10 +86,23 @@ public:
     QString containerPath() const { return m_containerPath; }
     const VaultIndex& index() const { return m_index; }
     QString workspaceDirectory() const { return m_workspace.directory(); }
+    // Why the last unlock or openForEdit could not use the workspace.
+    Workspace::Problem workspaceProblem() const { return m_workspace.problem(); }
+
+    // Copies that a session of this container changed and never brought back (it ended without
+    // locking), found by unlock. The caller brings them back or discards them.
+    QList<EditedFile> leftoverEdits() const { return m_workspace.leftovers(); }
+    // Imports each leftover copy under its vault path, then wipes them all. False when one could not
+    // be stored: those not stored stay for the next unlock.
+    bool bringBackLeftoverEdits();
+    bool discardLeftoverEdits();
 
     static bool isPasswordAcceptable(const QByteArray& password);
 
     bool importFile(const QString& sourcePath, const QString& vaultPath,
+                    const ProgressCallback& progress = {});
+    // The same from a file already open for reading, with the size and time to record.
+    bool importFile(QFile& source, qint64 size, const QDateTime& modifiedUtc, const QString& vaultPath,
                     const ProgressCallback& progress = {});
     bool exportFile(const QString& vaultPath, const QString& destinationPath);
     bool exportFile(const QString& vaultPath, QIODevice* destination);
@@ -109,6 +128,12 @@ public:
 private:
     // Unlocked, and not read-only.
     bool canChange() const;
+    // Wipes the keys and the index and gives up the container.
+    void endSession();
+    // Imports the copies of files opened for editing, read through the workspace's own folders.
+    bool bringBack(const QList<EditedFile>& copies);
+    // Names the container's workspace without telling anyone who lacks the key which container it is.
+    QString workspaceId() const;
     // True when a file stands where one of path's folders would have to be.
     bool crossesFile(const QString& path) const;
     QByteArray blockKey() const;

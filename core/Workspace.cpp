@@ -3,8 +3,12 @@
 #include "VaultPath.h"
 
 #include <QDir>
-#include <QFileInfo>
-#include <QUuid>
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QRegularExpression>
+#include <QStandardPaths>
 
 #include <algorithm>
 
@@ -12,99 +16,189 @@ namespace Velmarin::Core {
 
 namespace {
 
-const QFileDevice::Permissions OwnerOnlyFolder =
-    QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner;
-
-// mkdir with owner-only rights from the start, so there is no moment another user could look in.
-bool makeOwnerOnlyDirectory(const QString& path)
+Workspace::Problem problemOf(PrivateFolder::Problem problem)
 {
-    const QFileInfo info(path);
-    if (info.isDir()) {
-        return true;
-    }
-    if (info.exists()) {
-        return false;
-    }
-    return QDir().mkdir(path, OwnerOnlyFolder);
+    return problem == PrivateFolder::Problem::NotPrivate ? Workspace::Problem::NotPrivate
+                                                         : Workspace::Problem::Unavailable;
+}
+
+bool isWorkspaceName(const QString& name)
+{
+    static const QRegularExpression pattern(QStringLiteral("^[0-9a-f]{32}$"));
+    return pattern.match(name).hasMatch();
 }
 
 } // namespace
 
-Workspace::Workspace(const QString& parentDirectory)
+Workspace::Workspace(const QString& root)
+    : m_root(root)
+{}
+
+QString Workspace::defaultRoot()
 {
-    const QString parent = parentDirectory.isEmpty() ? QDir::tempPath() : parentDirectory;
-    m_directory = QDir(parent).filePath(QStringLiteral("Velmarin/") +
-                                        QUuid::createUuid().toString(QUuid::WithoutBraces));
+    return QDir(QStandardPaths::writableLocation(QStandardPaths::AppLocalDataLocation))
+        .filePath(QStringLiteral("workspaces"));
 }
 
-bool Workspace::acquire()
+bool Workspace::fail(Problem problem)
 {
-    // The shared "Velmarin" parent keeps the system's default rights so other users can make their own.
-    const QString parent = QFileInfo(m_directory).absolutePath();
-    if (!QDir().mkpath(parent) || !makeOwnerOnlyDirectory(m_directory)) {
-        return false;
+    m_problem = problem;
+    m_files.close();
+    m_folder.close();
+    return false;
+}
+
+bool Workspace::acquire(const QString& id)
+{
+    m_problem = Problem::None;
+    m_edited.clear();
+    m_leftovers.clear();
+    if (!isEnabled() || !isWorkspaceName(id)) {
+        return fail(Problem::Unavailable);
     }
-    auto lock = std::make_unique<QLockFile>(QDir(m_directory).filePath(LockFileName));
-    if (!lock->tryLock(0)) {
-        return false;
+    PrivateFolder::Problem problem = PrivateFolder::Problem::None;
+    const PrivateFolder root = PrivateFolder::open(m_root, &problem);
+    if (!root.isOpen()) {
+        return fail(problemOf(problem));
     }
-    m_lock = std::move(lock);
-    return true;
+    m_folder = root.child(id, &problem);
+    if (!m_folder.isOpen()) {
+        return fail(problemOf(problem));
+    }
+    if (!m_folder.lock(LockFileName)) {
+        return fail(Problem::InUse);
+    }
+    m_files = m_folder.child(FilesFolderName, &problem);
+    if (!m_files.isOpen()) {
+        return fail(problemOf(problem));
+    }
+    m_id = id;
+    for (EditedFile file : readManifest()) {
+        if (isChanged(file)) {
+            m_leftovers.append(file);
+        }
+    }
+    // Copies nobody changed are of no use to anyone: they go at once.
+    return m_leftovers.isEmpty() ? discardLeftovers() : true;
+}
+
+bool Workspace::discardLeftovers()
+{
+    m_leftovers.clear();
+    if (!isAcquired()) {
+        return true;
+    }
+    bool removed = true;
+    for (const QString& name : m_files.entries()) {
+        const bool open = std::any_of(m_edited.cbegin(), m_edited.cend(), [&](const EditedFile& file) {
+            return file.vaultPath.section(QLatin1Char('/'), 0, 0) == name;
+        });
+        if (!open) {
+            removed = m_files.remove(name) && removed;
+        }
+    }
+    return writeManifest() && removed;
 }
 
 bool Workspace::release()
 {
-    if (!QFileInfo::exists(m_directory)) {
-        m_lock.reset();
+    m_edited.clear();
+    m_leftovers.clear();
+    if (!isAcquired()) {
         return true;
     }
-    m_lock.reset();
-    return QDir(m_directory).removeRecursively();
+    bool removed = m_folder.removeAll();
+    m_files.close();
+    m_folder.close();
+    // Whatever stands at the folder's name now goes too: a link put there is removed, not followed.
+    PrivateFolder::Problem problem = PrivateFolder::Problem::None;
+    const PrivateFolder root = PrivateFolder::open(m_root, &problem);
+    removed = root.isOpen() && root.remove(m_id) && removed;
+    m_id.clear();
+    return removed;
 }
 
-QString Workspace::localPathFor(const QString& vaultPath) const
+void Workspace::releaseKeepingEdits()
 {
-    return QDir(m_directory).filePath(vaultPath);
-}
-
-bool Workspace::makeParentDirectories(const QString& localPath) const
-{
-    const QString relative = QDir(m_directory).relativeFilePath(QFileInfo(localPath).absolutePath());
-    if (relative.startsWith(QLatin1String(".."))) {
-        return false;
+    if (!isAcquired()) {
+        return;
     }
-    QString current = m_directory;
-    if (!makeOwnerOnlyDirectory(current)) {
-        return false;
-    }
-    if (relative == QLatin1String(".")) {
-        return true;
-    }
-    for (const QString& segment : relative.split(QLatin1Char('/'), Qt::SkipEmptyParts)) {
-        current = QDir(current).filePath(segment);
-        if (!makeOwnerOnlyDirectory(current)) {
-            return false;
+    QHash<QString, EditedFile> kept;
+    for (const EditedFile& file : std::as_const(m_edited)) {
+        if (isChanged(file)) {
+            kept.insert(file.vaultPath, file);
+        } else {
+            m_files.remove(file.vaultPath);
         }
     }
+    if (kept.isEmpty() && m_leftovers.isEmpty()) {
+        release();
+        return;
+    }
+    m_edited = kept;
+    writeManifest();
+    m_edited.clear();
+    m_leftovers.clear();
+    m_files.close();
+    m_folder.close();
+    m_id.clear();
+}
+
+bool Workspace::isStillPrivate() const
+{
+    PrivateFolder::Problem problem = PrivateFolder::Problem::None;
+    return PrivateFolder::open(m_root, &problem).isOpen() && m_folder.isStillAtItsPath() &&
+           m_files.isStillAtItsPath();
+}
+
+bool Workspace::createCopy(const QString& vaultPath, QFile& copy, QString* localPath)
+{
+    if (!isAcquired()) {
+        return false;
+    }
+    // The desktop opens the copy by its path: that path must still lead into our own folders.
+    if (!isStillPrivate()) {
+        m_problem = Problem::NotPrivate;
+        return false;
+    }
+    // A second opening starts from a new file; the first one's record and any leftover go.
+    m_edited.remove(vaultPath);
+    m_leftovers.erase(std::remove_if(m_leftovers.begin(), m_leftovers.end(),
+                                     [&](const EditedFile& file) { return file.vaultPath == vaultPath; }),
+                      m_leftovers.end());
+    if (!m_files.createFile(vaultPath, copy)) {
+        return false;
+    }
+    *localPath = QDir(m_files.path()).filePath(vaultPath);
     return true;
 }
 
-bool Workspace::record(const QString& vaultPath, const QString& localPath)
+bool Workspace::record(const QString& vaultPath, const QFile& copy)
 {
-    const QFileInfo info(localPath);
-    if (!info.exists() || !info.isFile()) {
+    const QDateTime written = PrivateFolder::modified(copy);
+    if (!isAcquired() || !written.isValid()) {
         return false;
     }
-    m_edited.insert(vaultPath, EditedFile{vaultPath, localPath, info.lastModified().toUTC()});
-    return true;
+    m_edited.insert(vaultPath, EditedFile{vaultPath, QDir(m_files.path()).filePath(vaultPath), written});
+    return writeManifest();
+}
+
+bool Workspace::openCopy(const QString& vaultPath, QFile& copy) const
+{
+    return isAcquired() && m_files.openFile(vaultPath, copy);
+}
+
+bool Workspace::isChanged(const EditedFile& file) const
+{
+    QFile copy;
+    return openCopy(file.vaultPath, copy) && PrivateFolder::modified(copy) > file.openedModifiedUtc;
 }
 
 QList<EditedFile> Workspace::changedFiles() const
 {
     QList<EditedFile> changed;
     for (const EditedFile& file : m_edited) {
-        const QFileInfo info(file.localPath);
-        if (info.exists() && info.lastModified().toUTC() > file.openedModifiedUtc) {
+        if (isChanged(file)) {
             changed.append(file);
         }
     }
@@ -126,9 +220,70 @@ bool Workspace::holdsOpenFile(const QString& folder) const
     });
 }
 
-void Workspace::clearRecords()
+bool Workspace::writeManifest() const
 {
-    m_edited.clear();
+    QJsonArray copies;
+    const auto add = [&copies](const EditedFile& file) {
+        copies.append(
+            QJsonObject{{QStringLiteral("vaultPath"), file.vaultPath},
+                        {QStringLiteral("writtenUtc"), file.openedModifiedUtc.toString(Qt::ISODateWithMs)}});
+    };
+    std::for_each(m_leftovers.cbegin(), m_leftovers.cend(), add);
+    std::for_each(m_edited.cbegin(), m_edited.cend(), add);
+    const QJsonObject manifest{{QStringLiteral("copies"), copies}};
+    return m_folder.writeFile(ManifestFileName, QJsonDocument(manifest).toJson(QJsonDocument::Compact));
+}
+
+QList<EditedFile> Workspace::readManifest() const
+{
+    QList<EditedFile> files;
+    QFile manifest;
+    if (!m_folder.openFile(ManifestFileName, manifest)) {
+        return files;
+    }
+    const QJsonArray copies =
+        QJsonDocument::fromJson(manifest.read(1 << 24)).object().value(QStringLiteral("copies")).toArray();
+    for (const QJsonValue& value : copies) {
+        const QJsonObject copy = value.toObject();
+        const QString vaultPath = copy.value(QStringLiteral("vaultPath")).toString();
+        const QDateTime written =
+            QDateTime::fromString(copy.value(QStringLiteral("writtenUtc")).toString(), Qt::ISODateWithMs);
+        if (!vaultPath.isEmpty() && normalizeVaultPath(vaultPath) == vaultPath && written.isValid()) {
+            files.append(EditedFile{vaultPath, QDir(m_files.path()).filePath(vaultPath), written.toUTC()});
+        }
+    }
+    return files;
+}
+
+QStringList Workspace::strayWorkspaces(const QString& root)
+{
+    QStringList stray;
+    PrivateFolder::Problem problem = PrivateFolder::Problem::None;
+    const PrivateFolder folder = root.isEmpty() ? PrivateFolder() : PrivateFolder::open(root, &problem);
+    for (const QString& name : folder.entries()) {
+        const PrivateFolder workspace =
+            isWorkspaceName(name) ? folder.child(name, &problem) : PrivateFolder();
+        if (!workspace.isOpen() || workspace.isLocked(LockFileName)) {
+            continue;
+        }
+        const PrivateFolder files = workspace.child(FilesFolderName, &problem);
+        if (!files.entries().isEmpty()) {
+            stray.append(name);
+        }
+    }
+    stray.sort();
+    return stray;
+}
+
+bool Workspace::removeStrayWorkspaces(const QString& root)
+{
+    PrivateFolder::Problem problem = PrivateFolder::Problem::None;
+    const PrivateFolder folder = PrivateFolder::open(root, &problem);
+    bool removed = folder.isOpen();
+    for (const QString& name : strayWorkspaces(root)) {
+        removed = folder.remove(name) && removed;
+    }
+    return removed;
 }
 
 } // namespace Velmarin::Core

@@ -64,10 +64,46 @@ private Q_SLOTS:
     void masterKeyFailsWhenAHeaderFieldChanges_data();
     void masterKeyFailsWhenAHeaderFieldChanges();
     void randomBytesHaveTheRequestedLength();
+    void hmacSha256MatchesRfc4231_data();
+    void hmacSha256MatchesRfc4231();
 
 private:
     VaultCrypto m_crypto;
 };
+
+void TestVaultCrypto::hmacSha256MatchesRfc4231_data()
+{
+    QTest::addColumn<QByteArray>("key");
+    QTest::addColumn<QByteArray>("message");
+    QTest::addColumn<QByteArray>("expected");
+    // RFC 4231, test cases 1, 2 and 6 (a key longer than the hash's block).
+    QTest::newRow("case 1") << QByteArray(20, '\x0b') << QByteArray("Hi There")
+                            << QByteArray::fromHex(
+                                   "b0344c61d8db38535ca8afceaf0bf12b881dc200c9833da726e9376c2e32cff7");
+    QTest::newRow("case 2") << QByteArray("Jefe") << QByteArray("what do ya want for nothing?")
+                            << QByteArray::fromHex(
+                                   "5bdcc146bf60754e6a042426089575c75a003f089d2739839dec58b964ec3843");
+    QTest::newRow("case 6") << QByteArray(131, '\xaa')
+                            << QByteArray("Test Using Larger Than Block-Size Key - Hash Key First")
+                            << QByteArray::fromHex(
+                                   "60e431591ee0b67f0d8a26aacbf5b77f8e0bc6213728c5140546040f0ee37f54");
+    // A 64-byte key like the master key, and the workspace label; from Python's hmac module.
+    QByteArray counting;
+    for (int i = 0; i < 64; ++i) {
+        counting.append(char(i));
+    }
+    QTest::newRow("workspace name")
+        << counting << QByteArray("velmarin-workspace")
+        << QByteArray::fromHex("5accc5996caab968a6815e8432aae6fee594959bf8ea418207c3dd3a4c0c2f97");
+}
+
+void TestVaultCrypto::hmacSha256MatchesRfc4231()
+{
+    QFETCH(QByteArray, key);
+    QFETCH(QByteArray, message);
+    QFETCH(QByteArray, expected);
+    QCOMPARE(m_crypto.hmacSha256(key, message).toHex(), expected.toHex());
+}
 
 void TestVaultCrypto::pbkdf2MatchesRfc7914_data()
 {

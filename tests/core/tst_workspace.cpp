@@ -1,9 +1,10 @@
 #include "FailureInjection.h"
+#include "LockedVaultEditor.h"
 #include "TestFiles.h"
 #include "VaultFixture.h"
 #include "VaultManager.h"
 
-#include <QLockFile>
+#include <QMessageAuthenticationCode>
 #include <QtTest>
 
 using namespace Velmarin::Core;
@@ -45,7 +46,7 @@ private Q_SLOTS:
     void openingTwiceResetsTheCopy();
     void failedWriteBackKeepsTheVaultOpen();
     void openForEditRefusals();
-    void eachManagerHasItsOwnWorkspace();
+    void workspaceIsNamedFromTheContainersKey();
 
 private:
     QString path(const QString& name) const { return m_fixture.path(name); }
@@ -67,13 +68,13 @@ void TestWorkspace::copyMirrorsTheVaultPath()
 {
     QVERIFY(m_fixture.importText(QStringLiteral("Docs/a.txt"), "texto do cofre"));
     const QString workspace = m_fixture.vault().workspaceDirectory();
-    QVERIFY(workspace.startsWith(path(QStringLiteral("tmp/Velmarin/"))));
-    QVERIFY(!QUuid::fromString(QFileInfo(workspace).fileName()).isNull());
+    QCOMPARE(QFileInfo(workspace).absolutePath(), path(QStringLiteral("tmp")));
 
+    // The copy goes under the name the vault keeps, below the workspace's "files" folder.
     QString local;
     QVERIFY(m_fixture.vault().openForEdit(QStringLiteral("docs/a.txt"), &local));
-    QCOMPARE(local, QDir(workspace).filePath(QStringLiteral("docs/a.txt")));
-    QVERIFY(QFileInfo(QDir(workspace).filePath(QStringLiteral("docs"))).isDir());
+    QCOMPARE(local, QDir(workspace).filePath(QStringLiteral("files/Docs/a.txt")));
+    QVERIFY(QFileInfo(QDir(workspace).filePath(QStringLiteral("files/Docs"))).isDir());
     QCOMPARE(TestFiles::read(local), QByteArray("texto do cofre"));
     QVERIFY(m_fixture.vault().isOpenForEdit(QStringLiteral("Docs/a.txt")));
     QVERIFY(m_fixture.vault().lock());
@@ -91,7 +92,8 @@ void TestWorkspace::workspaceIsOwnerOnly()
                                QFileDevice::ReadOther | QFileDevice::WriteOther | QFileDevice::ExeOther;
     const QString workspace = m_fixture.vault().workspaceDirectory();
     for (const QString& folder :
-         {workspace, workspace + QStringLiteral("/Docs"), workspace + QStringLiteral("/Docs/Sub")}) {
+         {path(QStringLiteral("tmp")), workspace, workspace + QStringLiteral("/files"),
+          workspace + QStringLiteral("/files/Docs"), workspace + QStringLiteral("/files/Docs/Sub")}) {
         const QFileDevice::Permissions permissions = QFileInfo(folder).permissions();
         QVERIFY2((permissions & ownerOnlyFolder) == ownerOnlyFolder, qPrintable(folder));
         QVERIFY2((permissions & othersOrGroup) == 0, qPrintable(folder));
@@ -103,14 +105,24 @@ void TestWorkspace::workspaceIsOwnerOnly()
 
 void TestWorkspace::workspaceIsLockedWhileUnlocked()
 {
-    const QString lockPath =
-        QDir(m_fixture.vault().workspaceDirectory()).filePath(QStringLiteral(".velmarin-workspace.lock"));
+    // A copy of the container is the same vault, so it has the same workspace: a second session on
+    // it waits until the first one ends.
+    const QString lockPath = QDir(m_fixture.vault().workspaceDirectory()).filePath(QStringLiteral("lock"));
     QVERIFY(QFileInfo::exists(lockPath));
-    QLockFile second(lockPath);
-    QVERIFY(!second.tryLock(0));
-    QCOMPARE(second.error(), QLockFile::LockFailedError);
+    const QString copy = path(QStringLiteral("copia.vltx"));
+    QVERIFY(QFile::copy(m_fixture.container(), copy));
+    VaultManager second(path(QStringLiteral("tmp")));
+    QVERIFY(!second.unlock(copy, TestFiles::password()));
+    QCOMPARE(second.workspaceProblem(), Workspace::Problem::InUse);
+    QVERIFY(second.lock());
+    QVERIFY(QFileInfo::exists(lockPath));
+
+    const QString workspace = m_fixture.vault().workspaceDirectory();
     QVERIFY(m_fixture.vault().lock());
     QVERIFY(!QFileInfo::exists(lockPath));
+    QVERIFY(second.unlock(copy, TestFiles::password()));
+    QCOMPARE(second.workspaceDirectory(), workspace);
+    QVERIFY(second.lock());
 }
 
 void TestWorkspace::changedCopyIsWrittenBackAtLock()
@@ -204,18 +216,32 @@ void TestWorkspace::openForEditRefusals()
     QVERIFY(!m_fixture.vault().openForEdit(QStringLiteral("a.txt"), &local));
 }
 
-void TestWorkspace::eachManagerHasItsOwnWorkspace()
+void TestWorkspace::workspaceIsNamedFromTheContainersKey()
 {
-    VaultManager second(path(QStringLiteral("tmp")));
-    QVERIFY(second.workspaceDirectory() != m_fixture.vault().workspaceDirectory());
-    const QString sameParent = QFileInfo(m_fixture.vault().workspaceDirectory()).absolutePath();
-    QCOMPARE(QFileInfo(second.workspaceDirectory()).absolutePath(), sameParent);
-    // Unlock/lock cycles of one manager reuse its folder name.
-    const QString name = m_fixture.vault().workspaceDirectory();
+    // HMAC-SHA-256 of "velmarin-workspace" under the master key, computed here with Qt's own HMAC
+    // over the key unwrapped past the engine: nobody without the key can tell which vault it is.
+    const QString workspace = m_fixture.vault().workspaceDirectory();
     QVERIFY(m_fixture.vault().lock());
+    Velmarin::Tests::LockedVaultEditor editor;
+    QVERIFY(editor.open(m_fixture.container(), TestFiles::password()));
+    const QByteArray expected =
+        QMessageAuthenticationCode::hash(QByteArrayLiteral("velmarin-workspace"), editor.masterKey(),
+                                         QCryptographicHash::Sha256)
+            .left(16)
+            .toHex();
+    QCOMPARE(QFileInfo(workspace).fileName(), QString::fromLatin1(expected));
+
+    // The same on every unlock; another vault has another.
     QVERIFY(m_fixture.vault().unlock(m_fixture.container(), TestFiles::password()));
-    QCOMPARE(m_fixture.vault().workspaceDirectory(), name);
-    QVERIFY(QFileInfo(name).isDir());
+    QCOMPARE(m_fixture.vault().workspaceDirectory(), workspace);
+    QVERIFY(m_fixture.vault().lock());
+    const QString other = path(QStringLiteral("outro.vltx"));
+    VaultManager second(path(QStringLiteral("tmp")));
+    QVERIFY(second.createVault(other, TestFiles::password()));
+    QVERIFY(second.unlock(other, TestFiles::password()));
+    QVERIFY(second.workspaceDirectory() != workspace);
+    QCOMPARE(QFileInfo(second.workspaceDirectory()).absolutePath(), path(QStringLiteral("tmp")));
+    QVERIFY(second.lock());
 }
 
 QTEST_GUILESS_MAIN(TestWorkspace)

@@ -24,6 +24,7 @@ public:
 
     bool open(const QString& container, const QByteArray& password);
     Core::VaultIndex& index() { return m_index; }
+    const QByteArray& masterKey() const { return m_masterKey; }
 
     // Seals contents as blocks at the container's end and adds a file entry for them.
     bool appendFile(const QString& vaultPath, const QByteArray& contents, const QDateTime& modifiedUtc);

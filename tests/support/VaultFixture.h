@@ -15,8 +15,8 @@ namespace Velmarin::Tests {
 class VaultFixture
 {
 public:
-    // containerName may name a subfolder ("usb/velmarin.vltx"); an empty workspaceFolder keeps the
-    // system's temporary folder, anything else is a folder inside the fixture's own.
+    // containerName may name a subfolder ("usb/velmarin.vltx"); workspaceFolder, a folder inside the
+    // fixture's own, is the workspace root; an empty one gives a session without a workspace.
     bool setUp(const QString& containerName = QStringLiteral("velmarin.vltx"),
                const QString& workspaceFolder = QString());
     void tearDown();
