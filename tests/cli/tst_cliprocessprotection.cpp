@@ -27,6 +27,12 @@ constexpr rlim_t InheritedCoreLimit = 1024 * 1024;
 // Argon2id takes 256 MiB; a jump this large in the address space means it has begun.
 constexpr qint64 Argon2JumpKiB = 128 * 1024;
 const QByteArray NewPassword = QByteArrayLiteral("outra senha bem longa, só para este teste");
+// Why a test cannot run here. Skipped through QTest::qSkip: clang's -Wpedantic rejects QSKIP's empty
+// variadic argument in C++17.
+const char* const NoRoomForCoreFiles =
+    "The hard limit on core files is 0 here: a child's 0 would prove nothing";
+const char* const NoPtraceCapability =
+    "Reading /proc/<pid>/syscall or environ of a process that is no longer dumpable takes CAP_SYS_PTRACE";
 
 QByteArray procFile(qint64 pid, const QString& name)
 {
@@ -159,10 +165,12 @@ void TestCliProcessProtection::init()
 void TestCliProcessProtection::coreFilesAreOffBeforeThePasswordIsRead()
 {
     if (!m_coreLimitRaised) {
-        QSKIP("The hard limit on core files is 0 here: a child's 0 would prove nothing");
+        QTest::qSkip(NoRoomForCoreFiles, __FILE__, __LINE__);
+        return;
     }
     if (!mayInspectOtherProcesses()) {
-        QSKIP("Seeing where a process that is no longer dumpable waits takes CAP_SYS_PTRACE");
+        QTest::qSkip(NoPtraceCapability, __FILE__, __LINE__);
+        return;
     }
     const std::unique_ptr<QProcess> process = m_cli->start(
         {QStringLiteral("ls"), m_container, QStringLiteral("--password-file"), QStringLiteral("-")});
@@ -181,7 +189,8 @@ void TestCliProcessProtection::coreFilesAreOffBeforeThePasswordIsRead()
 void TestCliProcessProtection::windowTurnsCoreFilesOffAtStart()
 {
     if (!m_coreLimitRaised) {
-        QSKIP("The hard limit on core files is 0 here: a child's 0 would prove nothing");
+        QTest::qSkip(NoRoomForCoreFiles, __FILE__, __LINE__);
+        return;
     }
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
     environment.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
@@ -216,7 +225,8 @@ void TestCliProcessProtection::windowTurnsCoreFilesOffAtStart()
 void TestCliProcessProtection::passwordVariableIsGoneOnceRead()
 {
     if (!mayInspectOtherProcesses()) {
-        QSKIP("Reading the environment of a process that is no longer dumpable takes CAP_SYS_PTRACE");
+        QTest::qSkip(NoPtraceCapability, __FILE__, __LINE__);
+        return;
     }
     const QString source = path(QStringLiteral("grande.bin"));
     QVERIFY(TestFiles::writePattern(source, ExportSize, 7));
@@ -242,7 +252,8 @@ void TestCliProcessProtection::passwordVariableIsGoneOnceRead()
 void TestCliProcessProtection::newPasswordVariableIsGoneOnceRead()
 {
     if (!mayInspectOtherProcesses()) {
-        QSKIP("Reading the environment of a process that is no longer dumpable takes CAP_SYS_PTRACE");
+        QTest::qSkip(NoPtraceCapability, __FILE__, __LINE__);
+        return;
     }
     m_cli->setVariable(QStringLiteral("VELMARIN_NEW_PASSWORD"), QString::fromUtf8(NewPassword));
     const std::unique_ptr<QProcess> process = m_cli->start(
