@@ -86,6 +86,7 @@ public:
     QString containerPath() const { return m_containerPath; }
     const VaultIndex& index() const { return m_index; }
     QString workspaceDirectory() const { return m_workspace.directory(); }
+    QString workspaceRoot() const { return m_workspace.root(); }
     // Why the last unlock or openForEdit could not use the workspace.
     Workspace::Problem workspaceProblem() const { return m_workspace.problem(); }
 
@@ -96,6 +97,9 @@ public:
     // be stored: those not stored stay for the next unlock.
     bool bringBackLeftoverEdits();
     bool discardLeftoverEdits();
+    // Workspaces of other containers that sessions left with copies in them (see Workspace).
+    QStringList strayWorkspaces() const { return Workspace::strayWorkspaces(m_workspace.root()); }
+    bool removeStrayWorkspaces() { return Workspace::removeStrayWorkspaces(m_workspace.root()); }
 
     static bool isPasswordAcceptable(const QByteArray& password);
 

@@ -4,6 +4,7 @@
 
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -258,8 +259,10 @@ QList<EditedFile> Workspace::readManifest() const
 QStringList Workspace::strayWorkspaces(const QString& root)
 {
     QStringList stray;
+    // Looking makes nothing: a root that is not there yet holds no leftovers.
     PrivateFolder::Problem problem = PrivateFolder::Problem::None;
-    const PrivateFolder folder = root.isEmpty() ? PrivateFolder() : PrivateFolder::open(root, &problem);
+    const bool exists = !root.isEmpty() && QFileInfo(root).isDir();
+    const PrivateFolder folder = exists ? PrivateFolder::open(root, &problem) : PrivateFolder();
     for (const QString& name : folder.entries()) {
         const PrivateFolder workspace =
             isWorkspaceName(name) ? folder.child(name, &problem) : PrivateFolder();

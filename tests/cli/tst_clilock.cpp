@@ -31,6 +31,7 @@ private Q_SLOTS:
     void everyCommandWaitsForTheWindowsSession_data();
     void everyCommandWaitsForTheWindowsSession();
     void aSecondCommandWaitsForTheFirst();
+    void commandsTakeNoWorkspace();
 
 private:
     CliResult run(const QString& command, const QStringList& arguments = {}) const;
@@ -138,6 +139,34 @@ void TestCliLock::aSecondCommandWaitsForTheFirst()
     QVERIFY(exported == contents);
     QCOMPARE(run(QStringLiteral("verify")).exitCode, 0);
     QCOMPARE(run(QStringLiteral("mkdir"), {QStringLiteral("Pasta")}).exitCode, 0);
+}
+
+void TestCliLock::commandsTakeNoWorkspace()
+{
+    // Only the window opens files for editing: commands make no workspace anywhere, so another
+    // account's folder where workspaces once went cannot stop them, and the user's folders stay empty.
+    QVERIFY(m_fixture.vault().lock());
+    const QString temporary = m_fixture.path(QStringLiteral("tmp"));
+    const QString home = m_fixture.path(QStringLiteral("casa"));
+    QVERIFY(QDir().mkpath(temporary) && QDir().mkpath(home));
+    QVERIFY(TestFiles::write(temporary + QStringLiteral("/Velmarin"), "de outra conta"));
+    const QString source = m_fixture.path(QStringLiteral("nota.txt"));
+    QVERIFY(TestFiles::write(source, "nota"));
+    m_cli->setVariable(QStringLiteral("TMPDIR"), temporary);
+    m_cli->setVariable(QStringLiteral("HOME"), home);
+    m_cli->setVariable(QStringLiteral("XDG_DATA_HOME"), home + QStringLiteral("/.local/share"));
+    m_cli->setVariable(QStringLiteral("XDG_STATE_HOME"), home + QStringLiteral("/.local/state"));
+
+    QCOMPARE(run(QStringLiteral("mkdir"), {QStringLiteral("Pasta")}).exitCode, 0);
+    QCOMPARE(
+        run(QStringLiteral("import"), {source, QStringLiteral("--to"), QStringLiteral("Pasta")}).exitCode, 0);
+    QCOMPARE(run(QStringLiteral("rename"), {QStringLiteral("Pasta/nota.txt"), QStringLiteral("outra.txt")})
+                 .exitCode,
+             0);
+    QCOMPARE(run(QStringLiteral("rm"), {QStringLiteral("Pasta/outra.txt")}).exitCode, 0);
+    QCOMPARE(QDir(home).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot), QStringList());
+    QCOMPARE(QDir(temporary).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot),
+             QStringList{QStringLiteral("Velmarin")});
 }
 
 QTEST_GUILESS_MAIN(TestCliLock)
