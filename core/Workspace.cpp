@@ -103,6 +103,17 @@ bool Workspace::discardLeftovers()
 
 bool Workspace::release()
 {
+    if (isAcquired() && !m_leftovers.isEmpty()) {
+        // Nobody decided about an earlier session's edits yet: they wait for the next unlock.
+        bool removed = true;
+        for (const EditedFile& file : std::as_const(m_edited)) {
+            removed = m_files.remove(file.vaultPath) && removed;
+        }
+        m_edited.clear();
+        removed = writeManifest() && removed;
+        closeFolders();
+        return removed;
+    }
     m_edited.clear();
     m_leftovers.clear();
     if (!isAcquired()) {
@@ -138,6 +149,11 @@ void Workspace::releaseKeepingEdits()
     }
     m_edited = kept;
     writeManifest();
+    closeFolders();
+}
+
+void Workspace::closeFolders()
+{
     m_edited.clear();
     m_leftovers.clear();
     m_files.close();

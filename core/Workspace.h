@@ -86,6 +86,8 @@ private:
     // Checks the root and the folders again before a copy is written where the desktop will look.
     bool isStillPrivate() const;
     bool fail(Problem problem);
+    // Lets go of the folders and the lock, leaving on disk whatever is there.
+    void closeFolders();
 
     QString m_root;
     QString m_id;

@@ -56,6 +56,7 @@ private Q_SLOTS:
     void vaultFilesNamedLikeTheWorkspacesOwnFiles();
     void editsOfAKilledSessionAreOfferedBack();
     void editsOfAKilledSessionCanBeDiscarded();
+    void undecidedEditsWaitForTheNextUnlock();
     void unchangedCopiesOfAKilledSessionGoSilently();
     void lockKeepingEditsKeepsOnlyChangedCopies();
     void strayWorkspacesAreFoundAndRemoved();
@@ -346,6 +347,31 @@ void TestPrivateWorkspace::editsOfAKilledSessionCanBeDiscarded()
     QVERIFY(vault.discardLeftoverEdits());
     QVERIFY(!QFileInfo::exists(copy));
     QCOMPARE(exported(vault, QStringLiteral("a.txt")), QByteArray("guardado"));
+    QVERIFY(vault.lock());
+}
+
+void TestPrivateWorkspace::undecidedEditsWaitForTheNextUnlock()
+{
+    {
+        VaultManager vault(root());
+        QVERIFY(vault.unlock(m_container, TestFiles::password()));
+        QVERIFY(importText(vault, QStringLiteral("a.txt"), "guardado"));
+        QVERIFY(importText(vault, QStringLiteral("b.txt"), "b"));
+        QVERIFY(vault.lock());
+    }
+    QVERIFY(editAndDie(QStringLiteral("a.txt"), "ainda não decidido"));
+    VaultManager vault(root());
+    QVERIFY(vault.unlock(m_container, TestFiles::password()));
+    QCOMPARE(vault.leftoverEdits().size(), 1);
+    QString local;
+    QVERIFY(vault.openForEdit(QStringLiteral("b.txt"), &local));
+    // Locked before anyone answered: this session's copy goes, the earlier edit stays.
+    QVERIFY(vault.lock());
+    QVERIFY(!QFileInfo::exists(local));
+    QVERIFY(vault.unlock(m_container, TestFiles::password()));
+    QCOMPARE(vault.leftoverEdits().size(), 1);
+    QVERIFY(vault.bringBackLeftoverEdits());
+    QCOMPARE(exported(vault, QStringLiteral("a.txt")), QByteArray("ainda não decidido"));
     QVERIFY(vault.lock());
 }
 
