@@ -118,6 +118,13 @@ void MainWindow::unlockVault()
     const bool unlocked = m_vault.unlock(m_containerPath, password);
     Core::SecretText::wipe(password);
     if (!unlocked) {
+        // The password was right but the copies for editing would have nowhere safe to go: nothing
+        // stays open behind the message. (This session holds the container now, so this comes first.)
+        if (m_vault.isUnlocked()) {
+            explainWorkspaceProblem();
+            m_vault.lock();
+            return;
+        }
         if (refuseIfInUse(tr("Velmarin"))) {
             return;
         }
@@ -128,6 +135,7 @@ void MainWindow::unlockVault()
     }
     resetToRoot();
     tellAboutRecovery();
+    offerLeftoverEdits();
     showOutcome(tr("Cofre desbloqueado."));
 }
 

@@ -27,6 +27,22 @@ bool MessageBoxes::askContinue(QWidget* parent, const QString& title, const QStr
     return ask(parent, title, text, tr("Continuar"), tr("Cancelar"));
 }
 
+MessageBoxes::Answer MessageBoxes::askKeepingWork(QWidget* parent, const QString& title, const QString& text)
+{
+    QMessageBox box(QMessageBox::Question, title, text, QMessageBox::NoButton, parent);
+    box.setTextFormat(Qt::PlainText);
+    QPushButton* yesButton = box.addButton(tr("Sim"), QMessageBox::AcceptRole);
+    // Not a reject role: QMessageBox would make that button the answer to Esc.
+    QPushButton* noButton = box.addButton(tr("Não"), QMessageBox::DestructiveRole);
+    box.setDefaultButton(yesButton);
+    box.layout()->setSizeConstraint(QLayout::SetFixedSize);
+    box.exec();
+    if (box.clickedButton() == yesButton) {
+        return Answer::Yes;
+    }
+    return box.clickedButton() == noButton ? Answer::No : Answer::Neither;
+}
+
 QString MessageBoxes::askText(QWidget* parent, const QString& title, const QString& label,
                               const QString& text, bool* accepted)
 {

@@ -22,6 +22,15 @@ public:
     static bool askYesNo(QWidget* parent, const QString& title, const QString& text);
     // "Continuar" / "Cancelar"; true only for "Continuar".
     static bool askContinue(QWidget* parent, const QString& title, const QString& text);
+    // "Sim" / "Não" when "Sim" is what keeps the user's work: "Sim" is the default, and Esc or
+    // closing the box answers neither, so nothing is decided by accident.
+    enum class Answer
+    {
+        Yes,
+        No,
+        Neither
+    };
+    static Answer askKeepingWork(QWidget* parent, const QString& title, const QString& text);
 
     // A single-line text prompt with "OK" and "Cancelar"; accepted is false when cancelled.
     static QString askText(QWidget* parent, const QString& title, const QString& label, const QString& text,

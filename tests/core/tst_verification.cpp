@@ -111,8 +111,8 @@ void TestVerification::readsOnlyAndReportsProgress()
     QVERIFY(importPattern(QStringLiteral("b.bin"), Block + 5, 5));
     VaultManager& vault = m_fixture.vault();
     QVERIFY(vault.lock());
-    const QString workspaceParent = path(QStringLiteral("area"));
-    VaultManager reader(workspaceParent);
+    const QString workspaceRoot = path(QStringLiteral("area"));
+    VaultManager reader(workspaceRoot);
     QVERIFY(reader.unlock(m_fixture.container(), TestFiles::password(), VaultManager::Access::ReadOnly));
     const QByteArray before = TestFiles::read(m_fixture.container());
     const QDateTime modified = QFileInfo(m_fixture.container()).lastModified();
@@ -131,7 +131,7 @@ void TestVerification::readsOnlyAndReportsProgress()
     QCOMPARE(reports, expected);
     QCOMPARE(TestFiles::read(m_fixture.container()), before);
     QCOMPARE(QFileInfo(m_fixture.container()).lastModified(), modified);
-    QVERIFY(!QFileInfo::exists(workspaceParent));
+    QVERIFY(!QFileInfo::exists(workspaceRoot));
 }
 
 void TestVerification::deletedFileBecomesDeadBytesUntilCompaction()

@@ -363,7 +363,8 @@ void VaultActionsTest::lockReportsAWorkspaceThatCannotBeCleaned()
     MessageRecord warning;
     m_fixture.driver().expectMessage(QStringLiteral("OK"), &warning);
     {
-        const FailureInjection injection(m_fixture.path(QStringLiteral("workspaces")), "unlink");
+        // The workspace is removed relative to its own folder: its "files" folder is what will not go.
+        const FailureInjection injection(QStringLiteral("files$"), "unlink");
         m_fixture.action(QStringLiteral("Bloquear"))->trigger();
     }
     QVERIFY(m_fixture.driver().allHandled());
