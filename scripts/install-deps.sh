@@ -15,6 +15,8 @@ packages=(
     libsodium-dev
     libssl-dev
     mingw-w64
+    # A private bus for the window's tests of sleep and session locks.
+    dbus-daemon
     # The sanitizer build and the fuzz targets; Ubuntu ships the runtimes inside clang itself.
     clang
     libclang-rt-dev

@@ -18,6 +18,7 @@
 #include <QScreen>
 #include <QStatusBar>
 #include <QTableWidget>
+#include <QTimer>
 #include <QToolButton>
 #include <QVBoxLayout>
 
@@ -60,11 +61,12 @@ MainWindow::MainWindow(QWidget* parent)
 
 MainWindow::MainWindow(MainWindowServices services, QWidget* parent)
     : QMainWindow(parent)
-    , m_vault(services.workspaceParent)
+    , m_vault(services.workspaceRoot)
     , m_deviceManager(std::move(services.deviceManager))
     , m_fileDialogs(std::move(services.fileDialogs))
     , m_storage(std::move(services.storage))
     , m_urlOpener(std::move(services.urlOpener))
+    , m_autoLock(std::make_unique<AutoLock>(std::move(services.sessionEvents)))
 {
     setWindowTitle(tr("Velmarin"));
     buildCentralWidget();
@@ -73,9 +75,12 @@ MainWindow::MainWindow(MainWindowServices services, QWidget* parent)
     buildMenus();
     connectSignals();
     fixWindowSize();
+    m_autoLock->watchWindow(this);
     refreshDeviceList();
     updateActionStates();
     statusBar()->showMessage(tr("Pronto"));
+    // Once the window is up, so the question has a window to belong to.
+    QTimer::singleShot(0, this, &MainWindow::offerToRemoveStrayWorkspaces);
 }
 
 MainWindow::~MainWindow() = default;
@@ -225,6 +230,8 @@ void MainWindow::updateActionStates()
     m_actions.renameFile->setEnabled(unlocked && fileSelected);
     m_actions.deleteFile->setEnabled(unlocked && fileSelected);
     m_actions.moveFile->setEnabled(unlocked && fileSelected && vaultHasFolder);
+    // Every change of the vault's state passes here, so the automatic lock always knows it.
+    m_autoLock->watch(unlocked ? m_vault.containerPath() : QString());
 
     updateLockButton();
     refreshVersionLabel();

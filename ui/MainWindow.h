@@ -1,5 +1,6 @@
 #pragma once
 
+#include "AutoLock.h"
 #include "FileTypeIcons.h"
 #include "MainWindowServices.h"
 #include "VaultManager.h"
@@ -24,7 +25,8 @@ namespace Velmarin::UI {
 // session; every action's enabled flag is a pure function of these and of the table's selection.
 // The implementation is split by concern: layout and state (MainWindow.cpp), menus
 // (MainWindowMenus.cpp), devices (MainWindowDevices.cpp), the file table (MainWindowFileTable.cpp),
-// vault actions (MainWindowVaultActions.cpp) and file actions (MainWindowFileActions.cpp).
+// vault actions (MainWindowVaultActions.cpp), file actions (MainWindowFileActions.cpp) and locking
+// on its own (MainWindowAutoLock.cpp).
 class MainWindow : public QMainWindow
 {
     Q_OBJECT
@@ -142,10 +144,24 @@ private:
     // Warns and answers true when another session holds the selected container.
     bool refuseIfInUse(const QString& title);
 
+    // Copies of files opened for editing (MainWindowWorkspace.cpp).
+    // Says why the vault's workspace cannot be used, after an unlock that opened the keys.
+    void explainWorkspaceProblem();
+    // After an unlock: edits a session of this vault left behind, offered back with one question.
+    void offerLeftoverEdits();
+    // At start: copies that sessions of other vaults left behind, offered for removal.
+    void offerToRemoveStrayWorkspaces();
+
     // File actions (MainWindowFileActions.cpp).
     bool confirmImportSpace(const QStringList& files);
     bool entryExists(const QString& path) const;
     void renameEntry(bool folder);
+
+    // Locking on its own (MainWindowAutoLock.cpp).
+    void connectAutoLock();
+    // Runs the slot as one operation, so an automatic lock never cuts into it (see AutoLock).
+    void connectOperation(QAction* action, void (MainWindow::*slot)());
+    void lockAutomatically(AutoLock::Reason reason);
 
     Core::VaultManager m_vault;
     QString m_containerPath;
@@ -164,6 +180,8 @@ private:
     std::unique_ptr<FileDialogs> m_fileDialogs;
     std::unique_ptr<StorageProbe> m_storage;
     std::unique_ptr<UrlOpener> m_urlOpener;
+    // Destroyed before the vault, so it never announces a lock to a window half gone.
+    std::unique_ptr<AutoLock> m_autoLock;
     FileTypeIcons m_typeIcons;
     int m_sortColumn = 1;
     Qt::SortOrder m_sortOrder = Qt::AscendingOrder;

@@ -88,36 +88,45 @@ void MainWindow::buildMenus()
 
 void MainWindow::connectSignals()
 {
+    // Help, the product page and About never touch the vault: a page left open must not hold an
+    // automatic lock back. Quitting locks through closeEvent.
     connect(m_actions.quit, &QAction::triggered, this, &QWidget::close);
-    connect(m_actions.refreshDevices, &QAction::triggered, this, &MainWindow::refreshDeviceList);
-    connect(m_actions.chooseContainer, &QAction::triggered, this, &MainWindow::chooseContainer);
-    connect(m_actions.createVault, &QAction::triggered, this, &MainWindow::createVault);
-    connect(m_actions.backup, &QAction::triggered, this, &MainWindow::backupContainer);
-    connect(m_actions.changePassword, &QAction::triggered, this, &MainWindow::changePassword);
-    connect(m_actions.unlock, &QAction::triggered, this, &MainWindow::unlockVault);
-    connect(m_actions.lock, &QAction::triggered, this, &MainWindow::lockVault);
-    connect(m_actions.newFolder, &QAction::triggered, this, &MainWindow::createFolder);
-    connect(m_actions.importFiles, &QAction::triggered, this, &MainWindow::importFiles);
-    connect(m_actions.exportFile, &QAction::triggered, this, &MainWindow::exportFile);
-    connect(m_actions.openFile, &QAction::triggered, this, &MainWindow::openFile);
-    connect(m_actions.moveFile, &QAction::triggered, this, &MainWindow::moveFile);
-    connect(m_actions.renameFile, &QAction::triggered, this, &MainWindow::renameFile);
-    connect(m_actions.renameFolder, &QAction::triggered, this, &MainWindow::renameFolder);
-    connect(m_actions.deleteFolder, &QAction::triggered, this, &MainWindow::deleteFolder);
-    connect(m_actions.deleteFile, &QAction::triggered, this, &MainWindow::deleteFile);
-    connect(m_actions.compact, &QAction::triggered, this, &MainWindow::compactVault);
     connect(m_actions.help, &QAction::triggered, this, &MainWindow::showHelp);
     connect(m_actions.visitProductPage, &QAction::triggered, this, &MainWindow::visitProductPage);
     connect(m_actions.about, &QAction::triggered, this, &MainWindow::showAbout);
 
-    connect(m_lockButton, &QToolButton::clicked, this, &MainWindow::onLockButtonClicked);
+    connectOperation(m_actions.refreshDevices, &MainWindow::refreshDeviceList);
+    connectOperation(m_actions.chooseContainer, &MainWindow::chooseContainer);
+    connectOperation(m_actions.createVault, &MainWindow::createVault);
+    connectOperation(m_actions.backup, &MainWindow::backupContainer);
+    connectOperation(m_actions.changePassword, &MainWindow::changePassword);
+    connectOperation(m_actions.unlock, &MainWindow::unlockVault);
+    connectOperation(m_actions.lock, &MainWindow::lockVault);
+    connectOperation(m_actions.newFolder, &MainWindow::createFolder);
+    connectOperation(m_actions.importFiles, &MainWindow::importFiles);
+    connectOperation(m_actions.exportFile, &MainWindow::exportFile);
+    connectOperation(m_actions.openFile, &MainWindow::openFile);
+    connectOperation(m_actions.moveFile, &MainWindow::moveFile);
+    connectOperation(m_actions.renameFile, &MainWindow::renameFile);
+    connectOperation(m_actions.renameFolder, &MainWindow::renameFolder);
+    connectOperation(m_actions.deleteFolder, &MainWindow::deleteFolder);
+    connectOperation(m_actions.deleteFile, &MainWindow::deleteFile);
+    connectOperation(m_actions.compact, &MainWindow::compactVault);
+
+    // The button and the double-clicks start the same operations as the actions.
+    connect(m_lockButton, &QToolButton::clicked, this,
+            [this] { m_autoLock->run([this] { onLockButtonClicked(); }); });
+    connect(m_deviceList, &QListWidget::itemDoubleClicked, this,
+            [this](QListWidgetItem* item) { m_autoLock->run([this, item] { discoverContainer(item); }); });
+    connect(m_fileTable, &QTableWidget::itemDoubleClicked, this, [this](QTableWidgetItem* item) {
+        m_autoLock->run([this, item] { onTableItemDoubleClicked(item); });
+    });
     connect(m_deviceList, &QListWidget::currentItemChanged, this, &MainWindow::onDeviceItemChanged);
-    connect(m_deviceList, &QListWidget::itemDoubleClicked, this, &MainWindow::discoverContainer);
     connect(m_fileTable, &QTableWidget::itemSelectionChanged, this, &MainWindow::updateActionStates);
     connect(m_fileTable->horizontalHeader(), &QHeaderView::sectionClicked, this,
             &MainWindow::onHeaderClicked);
-    connect(m_fileTable, &QTableWidget::itemDoubleClicked, this, &MainWindow::onTableItemDoubleClicked);
     connect(m_fileTable, &QTableWidget::customContextMenuRequested, this, &MainWindow::showTableContextMenu);
+    connectAutoLock();
 }
 
 void MainWindow::showHelp()

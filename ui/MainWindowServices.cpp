@@ -3,6 +3,7 @@
 #include "SystemFileDialogs.h"
 #include "SystemStorageProbe.h"
 #include "SystemUrlOpener.h"
+#include "Workspace.h"
 
 namespace Velmarin::UI {
 
@@ -13,6 +14,8 @@ MainWindowServices MainWindowServices::forSystem()
     services.fileDialogs = std::make_unique<SystemFileDialogs>();
     services.storage = std::make_unique<SystemStorageProbe>();
     services.urlOpener = std::make_unique<SystemUrlOpener>();
+    services.sessionEvents = Platform::SessionEvents::createForSystem();
+    services.workspaceRoot = Core::Workspace::defaultRoot();
     return services;
 }
 

@@ -2,6 +2,7 @@
 
 #include "DeviceManager.h"
 #include "FileDialogs.h"
+#include "SessionEvents.h"
 #include "StorageProbe.h"
 #include "UrlOpener.h"
 
@@ -19,8 +20,10 @@ struct MainWindowServices
     std::unique_ptr<FileDialogs> fileDialogs;
     std::unique_ptr<StorageProbe> storage;
     std::unique_ptr<UrlOpener> urlOpener;
-    // Where workspaces go; empty for the system's temporary folder.
-    QString workspaceParent;
+    // Sleep and session locks; null where nothing announces them.
+    std::unique_ptr<Platform::SessionEvents> sessionEvents;
+    // The per-user folder for copies of files opened for editing; empty for none.
+    QString workspaceRoot;
 
     static MainWindowServices forSystem();
 };

@@ -38,7 +38,7 @@ QString FakeFileDialogs::saveFileName(QWidget*, const QString& caption, const QS
     return next(fileAnswers);
 }
 
-FakeWindowServices::FakeWindowServices(bool withDeviceManager, const QString& workspaceParent)
+FakeWindowServices::FakeWindowServices(bool withDeviceManager, const QString& workspaceRoot)
 {
     if (withDeviceManager) {
         auto deviceManager = std::make_unique<FakeDeviceManager>();
@@ -54,7 +54,7 @@ FakeWindowServices::FakeWindowServices(bool withDeviceManager, const QString& wo
     auto opener = std::make_unique<FakeUrlOpener>();
     urls = opener.get();
     m_services.urlOpener = std::move(opener);
-    m_services.workspaceParent = workspaceParent;
+    m_services.workspaceRoot = workspaceRoot;
 }
 
 UI::MainWindowServices FakeWindowServices::take()

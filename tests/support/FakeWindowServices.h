@@ -71,7 +71,7 @@ public:
 // Services for a window under test, with the fakes still reachable after the window took them.
 struct FakeWindowServices
 {
-    explicit FakeWindowServices(bool withDeviceManager = true, const QString& workspaceParent = QString());
+    explicit FakeWindowServices(bool withDeviceManager = true, const QString& workspaceRoot = QString());
     UI::MainWindowServices take();
 
     FakeDeviceManager* devices = nullptr;

@@ -18,8 +18,8 @@ namespace Velmarin::Tests {
 bool WindowFixture::setUp(const QStringList& folders, const QList<Entry>& files, bool withDeviceManager)
 {
     m_dir = std::make_unique<QTemporaryDir>();
+    // The workspace root is left to the engine, which makes it owner-only.
     if (!m_dir->isValid() || !QDir(m_dir->path()).mkpath(QStringLiteral("usb")) ||
-        !QDir(m_dir->path()).mkpath(QStringLiteral("workspaces")) ||
         !TestFiles::copyEmptyVault(container())) {
         return false;
     }
@@ -57,7 +57,9 @@ bool WindowFixture::setUp(const QStringList& folders, const QList<Entry>& files,
     }
     m_fakes = std::make_unique<FakeWindowServices>(withDeviceManager, path(QStringLiteral("workspaces")));
     m_driver = std::make_unique<DialogDriver>();
-    m_window = std::make_unique<UI::MainWindow>(m_fakes->take());
+    UI::MainWindowServices services = m_fakes->take();
+    services.sessionEvents = std::move(m_sessionEvents);
+    m_window = std::make_unique<UI::MainWindow>(std::move(services));
     m_window->show();
     return QTest::qWaitForWindowExposed(m_window.get());
 }

@@ -36,6 +36,11 @@ public:
     // Puts folders and files into the drive's vault before the window opens.
     bool setUp(const QStringList& folders = {}, const QList<Entry>& files = {},
                bool withDeviceManager = true);
+    // The next setUp hands these to the window; without them it has none.
+    void useSessionEvents(std::unique_ptr<Platform::SessionEvents> events)
+    {
+        m_sessionEvents = std::move(events);
+    }
     void tearDown();
     // For a test's cleanup: every dialog the test expected appeared and no other did, then tearDown.
     void verifyDialogsAndTearDown();
@@ -72,6 +77,7 @@ private:
     std::unique_ptr<QTemporaryDir> m_dir;
     std::unique_ptr<FakeWindowServices> m_fakes;
     std::unique_ptr<DialogDriver> m_driver;
+    std::unique_ptr<Platform::SessionEvents> m_sessionEvents;
     std::unique_ptr<UI::MainWindow> m_window;
 };
 

@@ -233,6 +233,25 @@ void DialogsTest::helpCoversEveryAction()
                                      "enquanto uma alteração está sendo gravada, um pequeno diário "
                                      "(velmarin.vltx.journal).")));
     QVERIFY(page.contains(QStringLiteral("Na linha de comando, velmarin-cli recover faz o mesmo.")));
+    // Where copies opened for editing go, and what becomes of them after a crash.
+    QVERIFY(page.contains(
+        QStringLiteral("As cópias de arquivos abertos para edição ficam numa pasta particular do "
+                       "seu usuário, nunca numa pasta compartilhada com outras contas, e são "
+                       "apagadas ao bloquear o cofre.")));
+    QVERIFY(page.contains(
+        QStringLiteral("Se o Velmarin for encerrado sem bloquear o cofre (uma queda de energia, "
+                       "por exemplo), as alterações ficam guardadas nessa pasta e são oferecidas "
+                       "de volta no próximo desbloqueio do mesmo cofre.")));
+    QVERIFY(page.contains(QStringLiteral(
+        "Bloqueio automático: enquanto o cofre está desbloqueado, o Velmarin o bloqueia sozinho "
+        "quando o computador vai entrar em suspensão, quando a sessão é bloqueada (ou a proteção "
+        "de tela é ativada) e quando o container deixa de estar acessível, por exemplo porque a "
+        "unidade USB foi retirada. Antes de bloquear, as alterações salvas em arquivos abertos "
+        "para edição são gravadas no cofre; sem a unidade, ou se alguma delas não puder ser gravada, "
+        "as alterações ficam neste computador e são oferecidas de volta no próximo desbloqueio. Uma "
+        "operação em andamento termina antes do bloqueio, e a barra de estado informa o motivo. Arquivos "
+        "que continuarem abertos em outros programas não serão mais salvos no cofre: salve e "
+        "feche seus arquivos antes de se afastar do computador.")));
 }
 
 void DialogsTest::helpFallsBackWhenThePageIsMissing()
