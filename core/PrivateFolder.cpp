@@ -7,9 +7,11 @@
 #include <QFile>
 #include <QFileInfo>
 
+#include <algorithm>
 #include <cerrno>
 #include <dirent.h>
 #include <fcntl.h>
+#include <grp.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -41,12 +43,61 @@ bool isOwnPrivateFolder(int handle)
            (info.st_mode & 07777) == OwnerOnlyFolder;
 }
 
+// A group of this user alone: the user's own primary group with no other member, as systems that
+// give each user a private group (and a umask of 002) make it.
+bool isPrivateGroup(gid_t group)
+{
+    if (group != getegid()) {
+        return false;
+    }
+    const struct group* entry = getgrgid(group);
+    return entry != nullptr && (entry->gr_mem == nullptr || entry->gr_mem[0] == nullptr);
+}
+
 // Nobody but this user or the system can rename or replace what lies in this folder.
 bool isTrustedAncestor(const struct stat& info)
 {
     const bool owner = info.st_uid == 0 || info.st_uid == geteuid();
-    const bool openToOthers = (info.st_mode & (S_IWGRP | S_IWOTH)) != 0;
+    const bool groupMayWrite = (info.st_mode & S_IWGRP) != 0 && !isPrivateGroup(info.st_gid);
+    const bool openToOthers = groupMayWrite || (info.st_mode & S_IWOTH) != 0;
     return S_ISDIR(info.st_mode) && owner && (!openToOthers || (info.st_mode & S_ISVTX) != 0);
+}
+
+// A link on the way to the root is followed by everyone who opens the path: it must be this user's
+// or the system's, or another account could point our plaintext wherever it likes.
+bool linksAreTrusted(const QString& absolute)
+{
+    QByteArray prefix;
+    for (const QByteArray& segment : QFile::encodeName(absolute).split('/')) {
+        if (segment.isEmpty()) {
+            continue;
+        }
+        prefix += '/' + segment;
+        struct stat info = {};
+        if (lstat(prefix.constData(), &info) != 0) {
+            return true;
+        }
+        if (S_ISLNK(info.st_mode) && info.st_uid != 0 && info.st_uid != geteuid()) {
+            return false;
+        }
+    }
+    return true;
+}
+
+// Makes the missing folders of an absolute path owner-only, whatever the umask would give them.
+bool makeOwnerOnlyPath(const QString& absolute)
+{
+    QByteArray prefix;
+    for (const QByteArray& segment : QFile::encodeName(absolute).split('/')) {
+        if (segment.isEmpty()) {
+            continue;
+        }
+        prefix += '/' + segment;
+        if (mkdir(prefix.constData(), OwnerOnlyFolder) != 0 && errno != EEXIST) {
+            return false;
+        }
+    }
+    return true;
 }
 
 bool isTrustedPath(const QByteArray& path)
@@ -74,7 +125,10 @@ bool ancestorsAreTrusted(const QByteArray& canonical)
     return true;
 }
 
-int openFolderAt(int parent, const QByteArray& name, bool create, PrivateFolder::Problem* problem)
+// repair: the folder lies inside one already checked, so only this user can have made it; rights an
+// editor or a umask left too open are put back to owner-only.
+int openFolderAt(int parent, const QByteArray& name, bool create, bool repair,
+                 PrivateFolder::Problem* problem)
 {
     if (create && mkdirat(parent, name.constData(), OwnerOnlyFolder) != 0 && errno != EEXIST) {
         *problem = PrivateFolder::Problem::Unavailable;
@@ -86,6 +140,11 @@ int openFolderAt(int parent, const QByteArray& name, bool create, PrivateFolder:
         *problem = (errno == ELOOP || errno == ENOTDIR) ? PrivateFolder::Problem::NotPrivate
                                                         : PrivateFolder::Problem::Unavailable;
         return -1;
+    }
+    struct stat info = {};
+    if (repair && fstat(handle, &info) == 0 && S_ISDIR(info.st_mode) && info.st_uid == geteuid() &&
+        (info.st_mode & 07777) != OwnerOnlyFolder) {
+        fchmod(handle, OwnerOnlyFolder);
     }
     if (!isOwnPrivateFolder(handle)) {
         ::close(handle);
@@ -156,6 +215,8 @@ QList<QByteArray> namesIn(int folder)
         }
         return names;
     }
+    // The copy shares its offset with the folder's descriptor, which an earlier listing left at the end.
+    rewinddir(dir);
     while (const dirent* entry = readdir(dir)) {
         const QByteArray name(entry->d_name);
         if (name != "." && name != "..") {
@@ -171,6 +232,32 @@ bool removeContents(int folder)
     bool removed = true;
     for (const QByteArray& name : namesIn(folder)) {
         removed = removeEntry(folder, name) && removed;
+    }
+    return removed;
+}
+
+// Removes everything below folder but the paths in keep (relative to it) and the folders that lead
+// to them.
+bool removeAllBut(int folder, const QString& prefix, const QStringList& keep)
+{
+    bool removed = true;
+    for (const QByteArray& name : namesIn(folder)) {
+        const QString path = prefix + QFile::decodeName(name);
+        if (keep.contains(path)) {
+            continue;
+        }
+        const bool leadsToKept = std::any_of(keep.cbegin(), keep.cend(), [&](const QString& kept) {
+            return kept.startsWith(path + QLatin1Char('/'));
+        });
+        const int handle =
+            leadsToKept ? openat(folder, name.constData(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC)
+                        : -1;
+        if (handle >= 0) {
+            removed = removeAllBut(handle, path + QLatin1Char('/'), keep) && removed;
+            ::close(handle);
+        } else {
+            removed = removeEntry(folder, name) && removed;
+        }
     }
     return removed;
 }
@@ -227,7 +314,11 @@ PrivateFolder PrivateFolder::open(const QString& path, Problem* problem)
     const QFileInfo info(QDir::cleanPath(QFileInfo(path).absoluteFilePath()));
     const QString parent = info.absolutePath();
     const QString name = info.fileName();
-    if (!isPlainSegment(name) || !QDir().mkpath(parent)) {
+    if (!linksAreTrusted(info.absoluteFilePath())) {
+        *problem = Problem::NotPrivate;
+        return {};
+    }
+    if (!isPlainSegment(name) || !makeOwnerOnlyPath(parent)) {
         return {};
     }
     char* resolved = realpath(QFile::encodeName(parent).constData(), nullptr);
@@ -244,7 +335,8 @@ PrivateFolder PrivateFolder::open(const QString& path, Problem* problem)
     if (parentHandle < 0) {
         return {};
     }
-    const int handle = openFolderAt(parentHandle, nameBytes(name), true, problem);
+    // The root itself is never repaired: rights that are not owner-only there are refused.
+    const int handle = openFolderAt(parentHandle, nameBytes(name), true, false, problem);
     ::close(parentHandle);
     if (handle < 0) {
         return {};
@@ -252,13 +344,13 @@ PrivateFolder PrivateFolder::open(const QString& path, Problem* problem)
     return PrivateFolder(handle, QDir(QFile::decodeName(canonical)).filePath(name));
 }
 
-PrivateFolder PrivateFolder::child(const QString& name, Problem* problem) const
+PrivateFolder PrivateFolder::child(const QString& name, Problem* problem, bool create) const
 {
     *problem = Problem::Unavailable;
     if (!isOpen() || !isPlainSegment(name)) {
         return {};
     }
-    const int handle = openFolderAt(int(m_handle), nameBytes(name), true, problem);
+    const int handle = openFolderAt(int(m_handle), nameBytes(name), create, true, problem);
     return handle < 0 ? PrivateFolder() : PrivateFolder(handle, QDir(m_path).filePath(name));
 }
 
@@ -284,7 +376,7 @@ PrivateFolder PrivateFolder::parentOf(const QString& relativePath, bool create, 
         if (!folder.isOpen() || !isPlainSegment(segment)) {
             return {};
         }
-        const int handle = openFolderAt(int(folder.m_handle), nameBytes(segment), create, &problem);
+        const int handle = openFolderAt(int(folder.m_handle), nameBytes(segment), create, true, &problem);
         if (handle < 0) {
             return {};
         }
@@ -402,13 +494,24 @@ bool PrivateFolder::remove(const QString& relativePath) const
 {
     QString name;
     const PrivateFolder folder = parentOf(relativePath, false, &name);
-    // A path whose folders are already gone has nothing left to remove.
-    return !folder.isOpen() ? isOpen() : removeEntry(int(folder.m_handle), nameBytes(name));
+    return folder.isOpen() && removeEntry(int(folder.m_handle), nameBytes(name));
 }
 
 bool PrivateFolder::removeAll() const
 {
     return isOpen() && removeContents(int(m_handle));
+}
+
+bool PrivateFolder::removeAllBut(const QStringList& keep) const
+{
+    return isOpen() && Velmarin::Core::removeAllBut(int(m_handle), QString(), keep);
+}
+
+bool PrivateFolder::rename(const QString& from, const QString& to) const
+{
+    return isOpen() && isPlainSegment(from) && isPlainSegment(to) &&
+           renameat(int(m_handle), nameBytes(from).constData(), int(m_handle), nameBytes(to).constData()) ==
+               0;
 }
 
 QDateTime PrivateFolder::modified(const QFile& file)

@@ -37,8 +37,9 @@ public:
     // every folder above it must belong to this user or the system and be closed to others (a
     // shared folder such as /tmp only with its sticky bit, so nobody can rename what is ours).
     static PrivateFolder open(const QString& path, Problem* problem);
-    // A folder inside this one, made owner-only when missing, held to the same rules.
-    PrivateFolder child(const QString& name, Problem* problem) const;
+    // A folder inside this one, made owner-only when missing (unless create is false). Being inside
+    // a private folder, it can only be this user's: rights left too open are put back to owner-only.
+    PrivateFolder child(const QString& name, Problem* problem, bool create = true) const;
 
     bool isOpen() const;
     void close();
@@ -64,6 +65,10 @@ public:
     bool remove(const QString& relativePath) const;
     // Removes everything inside, the same way.
     bool removeAll() const;
+    // The same, but for the relative paths in keep and the folders that lead to them.
+    bool removeAllBut(const QStringList& keep) const;
+    // Renames an entry of this folder; a link is renamed as a link.
+    bool rename(const QString& from, const QString& to) const;
 
     // The last modification time of an open file, in UTC.
     static QDateTime modified(const QFile& file);

@@ -8,9 +8,14 @@
 #include <QFile>
 #include <QFileInfo>
 
+#include <algorithm>
+
+// clang-format off
+// windows.h first: sddl.h relies on what it declares.
+#include <windows.h>
 #include <io.h>
 #include <sddl.h>
-#include <windows.h>
+// clang-format on
 
 namespace Velmarin::Core {
 
@@ -119,6 +124,28 @@ bool removeContents(const QString& folder)
     return removed;
 }
 
+bool removeAllBelow(const QString& folder, const QString& prefix, const QStringList& keep)
+{
+    bool removed = true;
+    for (const QString& name :
+         QDir(folder).entryList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot)) {
+        const QString relative = prefix + name;
+        const QString path = QDir(folder).filePath(name);
+        if (keep.contains(relative)) {
+            continue;
+        }
+        const bool leadsToKept = std::any_of(keep.cbegin(), keep.cend(), [&](const QString& kept) {
+            return kept.startsWith(relative + QLatin1Char('/'));
+        });
+        if (leadsToKept && isRealFolder(path)) {
+            removed = removeAllBelow(path, relative + QLatin1Char('/'), keep) && removed;
+        } else {
+            removed = removeEntry(path) && removed;
+        }
+    }
+    return removed;
+}
+
 bool removeEntry(const QString& path)
 {
     const DWORD attributes = attributesOf(path);
@@ -194,14 +221,14 @@ PrivateFolder PrivateFolder::open(const QString& path, Problem* problem)
     return handle == -1 ? PrivateFolder() : PrivateFolder(handle, info.absoluteFilePath());
 }
 
-PrivateFolder PrivateFolder::child(const QString& name, Problem* problem) const
+PrivateFolder PrivateFolder::child(const QString& name, Problem* problem, bool create) const
 {
     *problem = Problem::Unavailable;
     if (!isOpen() || !isPlainSegment(name)) {
         return {};
     }
     const QString path = QDir(m_path).filePath(name);
-    const qintptr handle = openFolder(path, true, problem);
+    const qintptr handle = openFolder(path, create, problem);
     return handle == -1 ? PrivateFolder() : PrivateFolder(handle, path);
 }
 
@@ -319,12 +346,24 @@ bool PrivateFolder::remove(const QString& relativePath) const
 {
     QString name;
     const PrivateFolder folder = parentOf(relativePath, false, &name);
-    return !folder.isOpen() ? isOpen() : removeEntry(QDir(folder.m_path).filePath(name));
+    return folder.isOpen() && removeEntry(QDir(folder.m_path).filePath(name));
 }
 
 bool PrivateFolder::removeAll() const
 {
     return isOpen() && removeContents(m_path);
+}
+
+bool PrivateFolder::removeAllBut(const QStringList& keep) const
+{
+    return isOpen() && removeAllBelow(m_path, QString(), keep);
+}
+
+bool PrivateFolder::rename(const QString& from, const QString& to) const
+{
+    return isOpen() && isPlainSegment(from) && isPlainSegment(to) &&
+           MoveFileExW(nativePath(QDir(m_path).filePath(from)).c_str(),
+                       nativePath(QDir(m_path).filePath(to)).c_str(), MOVEFILE_WRITE_THROUGH) != 0;
 }
 
 QDateTime PrivateFolder::modified(const QFile& file)

@@ -8,6 +8,7 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QRandomGenerator>
 #include <QRegularExpression>
 #include <QStandardPaths>
 
@@ -27,6 +28,23 @@ bool isWorkspaceName(const QString& name)
 {
     static const QRegularExpression pattern(QStringLiteral("^[0-9a-f]{32}$"));
     return pattern.match(name).hasMatch();
+}
+
+// A workspace renamed away to be removed (see dismantle).
+bool isTombstoneName(const QString& name)
+{
+    static const QRegularExpression pattern(QStringLiteral("^[0-9a-f]{32}\\.x[0-9a-f]+$"));
+    return pattern.match(name).hasMatch();
+}
+
+// What a removal cut short or refused left behind, renamed away: nobody uses it any more.
+void removeTombstones(const PrivateFolder& root)
+{
+    for (const QString& name : root.entries()) {
+        if (isTombstoneName(name)) {
+            root.remove(name);
+        }
+    }
 }
 
 } // namespace
@@ -62,25 +80,44 @@ bool Workspace::acquire(const QString& id)
     if (!root.isOpen()) {
         return fail(problemOf(problem));
     }
-    m_folder = root.child(id, &problem);
-    if (!m_folder.isOpen()) {
-        return fail(problemOf(problem));
+    removeTombstones(root);
+    // A session that is removing the folder renames it away before it lets go of the lock: a lock
+    // taken in a folder that is no longer at its name is taken again in the new one.
+    for (int attempt = 0; attempt < 3 && !isAcquired(); ++attempt) {
+        m_folder = root.child(id, &problem);
+        if (!m_folder.isOpen()) {
+            return fail(problemOf(problem));
+        }
+        if (!m_folder.lock(LockFileName)) {
+            return fail(Problem::InUse);
+        }
+        if (!m_folder.isStillAtItsPath()) {
+            m_folder.close();
+        }
     }
-    if (!m_folder.lock(LockFileName)) {
-        return fail(Problem::InUse);
-    }
-    m_files = m_folder.child(FilesFolderName, &problem);
+    m_files = isAcquired() ? m_folder.child(FilesFolderName, &problem) : PrivateFolder();
     if (!m_files.isOpen()) {
-        return fail(problemOf(problem));
+        return fail(isAcquired() ? problemOf(problem) : Problem::InUse);
     }
     m_id = id;
-    for (EditedFile file : readManifest()) {
+    for (const EditedFile& file : readManifest()) {
         if (isChanged(file)) {
             m_leftovers.append(file);
         }
     }
-    // Copies nobody changed are of no use to anyone: they go at once.
-    return m_leftovers.isEmpty() ? discardLeftovers() : true;
+    // Copies nobody changed, and whatever else an editor left beside them, go at once.
+    m_files.removeAllBut(pathsOf(m_leftovers));
+    writeManifest();
+    return true;
+}
+
+QStringList Workspace::pathsOf(const QList<EditedFile>& files)
+{
+    QStringList paths;
+    for (const EditedFile& file : files) {
+        paths.append(file.vaultPath);
+    }
+    return paths;
 }
 
 bool Workspace::discardLeftovers()
@@ -89,15 +126,7 @@ bool Workspace::discardLeftovers()
     if (!isAcquired()) {
         return true;
     }
-    bool removed = true;
-    for (const QString& name : m_files.entries()) {
-        const bool open = std::any_of(m_edited.cbegin(), m_edited.cend(), [&](const EditedFile& file) {
-            return file.vaultPath.section(QLatin1Char('/'), 0, 0) == name;
-        });
-        if (!open) {
-            removed = m_files.remove(name) && removed;
-        }
-    }
+    const bool removed = m_files.removeAllBut(pathsOf(m_edited.values()));
     return writeManifest() && removed;
 }
 
@@ -105,12 +134,8 @@ bool Workspace::release()
 {
     if (isAcquired() && !m_leftovers.isEmpty()) {
         // Nobody decided about an earlier session's edits yet: they wait for the next unlock.
-        bool removed = true;
-        for (const EditedFile& file : std::as_const(m_edited)) {
-            removed = m_files.remove(file.vaultPath) && removed;
-        }
         m_edited.clear();
-        removed = writeManifest() && removed;
+        const bool removed = m_files.removeAllBut(pathsOf(m_leftovers)) && writeManifest();
         closeFolders();
         return removed;
     }
@@ -119,15 +144,29 @@ bool Workspace::release()
     if (!isAcquired()) {
         return true;
     }
-    bool removed = m_folder.removeAll();
     m_files.close();
-    m_folder.close();
-    // Whatever stands at the folder's name now goes too: a link put there is removed, not followed.
     PrivateFolder::Problem problem = PrivateFolder::Problem::None;
     const PrivateFolder root = PrivateFolder::open(m_root, &problem);
-    removed = root.isOpen() && root.remove(m_id) && removed;
-    m_id.clear();
+    const bool removed = dismantle(root, m_id, m_folder);
+    closeFolders();
     return removed;
+}
+
+bool Workspace::dismantle(const PrivateFolder& root, const QString& name, PrivateFolder& folder)
+{
+    // Everything but the lock goes while the lock is held; then the folder is renamed away, so no
+    // new session can take a lock in it, and only then is the lock let go and the rest removed.
+    // Whatever stands at the folder's name (a link put there) is renamed and removed as itself.
+    bool removed = folder.removeAllBut({LockFileName});
+    const QString tombstone =
+        name + QStringLiteral(".x") + QString::number(QRandomGenerator::global()->generate(), 16);
+    if (root.isOpen() && root.rename(name, tombstone)) {
+        folder.close();
+        return root.remove(tombstone) && removed;
+    }
+    // Where a held folder cannot be renamed (Windows), the lock is let go first.
+    folder.close();
+    return root.isOpen() && root.remove(name) && removed;
 }
 
 void Workspace::releaseKeepingEdits()
@@ -139,8 +178,6 @@ void Workspace::releaseKeepingEdits()
     for (const EditedFile& file : std::as_const(m_edited)) {
         if (isChanged(file)) {
             kept.insert(file.vaultPath, file);
-        } else {
-            m_files.remove(file.vaultPath);
         }
     }
     if (kept.isEmpty() && m_leftovers.isEmpty()) {
@@ -148,6 +185,7 @@ void Workspace::releaseKeepingEdits()
         return;
     }
     m_edited = kept;
+    m_files.removeAllBut(pathsOf(m_leftovers) + pathsOf(kept.values()));
     writeManifest();
     closeFolders();
 }
@@ -178,11 +216,13 @@ bool Workspace::createCopy(const QString& vaultPath, QFile& copy, QString* local
         m_problem = Problem::NotPrivate;
         return false;
     }
-    // A second opening starts from a new file; the first one's record and any leftover go.
+    // An earlier session's edit of this file waits for the user's answer: it is never written over.
+    if (std::any_of(m_leftovers.cbegin(), m_leftovers.cend(),
+                    [&](const EditedFile& file) { return file.vaultPath == vaultPath; })) {
+        return false;
+    }
+    // A second opening starts from a new file; the first one's record goes.
     m_edited.remove(vaultPath);
-    m_leftovers.erase(std::remove_if(m_leftovers.begin(), m_leftovers.end(),
-                                     [&](const EditedFile& file) { return file.vaultPath == vaultPath; }),
-                      m_leftovers.end());
     if (!m_files.createFile(vaultPath, copy)) {
         return false;
     }
@@ -281,11 +321,11 @@ QStringList Workspace::strayWorkspaces(const QString& root)
     const PrivateFolder folder = exists ? PrivateFolder::open(root, &problem) : PrivateFolder();
     for (const QString& name : folder.entries()) {
         const PrivateFolder workspace =
-            isWorkspaceName(name) ? folder.child(name, &problem) : PrivateFolder();
+            isWorkspaceName(name) ? folder.child(name, &problem, false) : PrivateFolder();
         if (!workspace.isOpen() || workspace.isLocked(LockFileName)) {
             continue;
         }
-        const PrivateFolder files = workspace.child(FilesFolderName, &problem);
+        const PrivateFolder files = workspace.child(FilesFolderName, &problem, false);
         if (!files.entries().isEmpty()) {
             stray.append(name);
         }
@@ -299,8 +339,13 @@ bool Workspace::removeStrayWorkspaces(const QString& root)
     PrivateFolder::Problem problem = PrivateFolder::Problem::None;
     const PrivateFolder folder = PrivateFolder::open(root, &problem);
     bool removed = folder.isOpen();
+    removeTombstones(folder);
     for (const QString& name : strayWorkspaces(root)) {
-        removed = folder.remove(name) && removed;
+        // Taken like a session takes it, so a session that unlocks the same vault meanwhile keeps it.
+        PrivateFolder workspace = folder.child(name, &problem, false);
+        if (workspace.isOpen() && workspace.lock(LockFileName)) {
+            removed = dismantle(folder, name, workspace) && removed;
+        }
     }
     return removed;
 }

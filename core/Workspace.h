@@ -88,6 +88,9 @@ private:
     bool fail(Problem problem);
     // Lets go of the folders and the lock, leaving on disk whatever is there.
     void closeFolders();
+    // Removes the workspace name in root, whose folder is held (locked) as folder.
+    static bool dismantle(const PrivateFolder& root, const QString& name, PrivateFolder& folder);
+    static QStringList pathsOf(const QList<EditedFile>& files);
 
     QString m_root;
     QString m_id;

@@ -61,6 +61,12 @@ private Q_SLOTS:
     void lockKeepingEditsKeepsOnlyChangedCopies();
     void strayWorkspacesAreFoundAndRemoved();
     void aSessionWithoutRootTakesNoWorkspace();
+    void missingFoldersAreOwnerOnlyWhateverTheUmask();
+    void aLinkOfAnotherAccountOnTheWayIsRefused();
+    void foldersAnEditorRemadeAreRepaired();
+    void onlyChangedCopiesOutliveACrash();
+    void aPendingEditIsNeverOpenedOver();
+    void strayRemovalLeavesAWorkspaceInUse();
 
 private:
     QString path(const QString& name) const { return m_dir->filePath(name); }
@@ -455,6 +461,143 @@ void TestPrivateWorkspace::aSessionWithoutRootTakesNoWorkspace()
     QVERIFY(!vault.openForEdit(QStringLiteral("a.txt"), &local));
     QVERIFY(local.isEmpty());
     QVERIFY(vault.lock());
+}
+
+void TestPrivateWorkspace::missingFoldersAreOwnerOnlyWhateverTheUmask()
+{
+    // Systems that give each user a private group use a umask of 002: the folders made on the way
+    // to the root must not come out group-writable, or the next check would refuse them.
+    const mode_t previous = umask(002);
+    VaultManager vault(path(QStringLiteral("dados/Velmarin/area")));
+    const bool unlocked = vault.unlock(m_container, TestFiles::password());
+    umask(previous);
+    QVERIFY(unlocked);
+    QCOMPARE(modeOf(path(QStringLiteral("dados"))) & 07777, mode_t(0700));
+    QCOMPARE(modeOf(path(QStringLiteral("dados/Velmarin"))) & 07777, mode_t(0700));
+    QCOMPARE(modeOf(path(QStringLiteral("dados/Velmarin/area"))) & 07777, mode_t(0700));
+    QVERIFY(vault.lock());
+}
+
+void TestPrivateWorkspace::aLinkOfAnotherAccountOnTheWayIsRefused()
+{
+    // A shared folder (sticky, open to all) where another account put a link named like the way to
+    // our root: following it would let that account choose where our copies go.
+    const QString shared = path(QStringLiteral("sala"));
+    const QString target = path(QStringLiteral("destino"));
+    QVERIFY(QDir().mkdir(shared) && QDir().mkdir(target));
+    QCOMPARE(chmod(QFile::encodeName(shared).constData(), 01777), 0);
+    const QString link = shared + QStringLiteral("/atalho");
+    QVERIFY(QFile::link(target, link));
+    VaultManager ours(link + QStringLiteral("/area"));
+    QVERIFY(ours.unlock(m_container, TestFiles::password()));
+    QVERIFY(ours.lock());
+    if (geteuid() != 0) {
+        QTest::qSkip("giving a link to another account needs root", __FILE__, __LINE__);
+        return;
+    }
+    QCOMPARE(lchown(QFile::encodeName(link).constData(), Nobody, Nobody), 0);
+    VaultManager vault(link + QStringLiteral("/outra-area"));
+    QVERIFY(!vault.unlock(m_container, TestFiles::password()));
+    QCOMPARE(vault.workspaceProblem(), Workspace::Problem::NotPrivate);
+    QVERIFY(vault.lock());
+    QVERIFY(!QFileInfo::exists(target + QStringLiteral("/outra-area")));
+}
+
+void TestPrivateWorkspace::foldersAnEditorRemadeAreRepaired()
+{
+    VaultManager vault(root());
+    QVERIFY(vault.unlock(m_container, TestFiles::password()));
+    QVERIFY(importText(vault, QStringLiteral("Docs/a.txt"), "a"));
+    QString local;
+    QVERIFY(vault.openForEdit(QStringLiteral("Docs/a.txt"), &local));
+    const QString workspace = vault.workspaceDirectory();
+    QVERIFY(vault.lock());
+    // An editor left open saves after the lock and makes the folders again, with its own rights.
+    QVERIFY(QDir().mkpath(QFileInfo(local).absolutePath()));
+    QCOMPARE(chmod(QFile::encodeName(workspace).constData(), 0755), 0);
+    QVERIFY(TestFiles::write(local, "salvo depois do bloqueio"));
+
+    QVERIFY(vault.unlock(m_container, TestFiles::password()));
+    QCOMPARE(vault.workspaceDirectory(), workspace);
+    QCOMPARE(modeOf(workspace) & 07777, mode_t(0700));
+    QVERIFY(vault.leftoverEdits().isEmpty());
+    QVERIFY(!QFileInfo::exists(local));
+    QVERIFY(vault.lock());
+}
+
+void TestPrivateWorkspace::onlyChangedCopiesOutliveACrash()
+{
+    QString unchanged;
+    QString backup;
+    {
+        VaultManager vault(root());
+        QVERIFY(vault.unlock(m_container, TestFiles::password()));
+        QVERIFY(importText(vault, QStringLiteral("Docs/a.txt"), "a"));
+        QVERIFY(importText(vault, QStringLiteral("Docs/b.txt"), "segredo de b"));
+        QString changed;
+        QVERIFY(vault.openForEdit(QStringLiteral("Docs/a.txt"), &changed));
+        QVERIFY(vault.openForEdit(QStringLiteral("Docs/b.txt"), &unchanged));
+        QVERIFY(editCopy(changed, "a mudado"));
+        // What an editor leaves beside the file it saves.
+        backup = changed + QStringLiteral("~");
+        QVERIFY(TestFiles::write(backup, "a"));
+        // Destroyed without a lock, as a crash would leave it.
+    }
+    VaultManager vault(root());
+    QVERIFY(vault.unlock(m_container, TestFiles::password()));
+    QCOMPARE(vault.leftoverEdits().size(), 1);
+    QVERIFY(!QFileInfo::exists(unchanged));
+    QVERIFY(!QFileInfo::exists(backup));
+    QVERIFY(vault.lock());
+    // Still offered, and still the only copy.
+    QVERIFY(vault.unlock(m_container, TestFiles::password()));
+    QCOMPARE(vault.leftoverEdits().size(), 1);
+    QVERIFY(!QFileInfo::exists(unchanged));
+    QVERIFY(vault.discardLeftoverEdits());
+    QVERIFY(vault.lock());
+}
+
+void TestPrivateWorkspace::aPendingEditIsNeverOpenedOver()
+{
+    {
+        VaultManager vault(root());
+        QVERIFY(vault.unlock(m_container, TestFiles::password()));
+        QVERIFY(importText(vault, QStringLiteral("a.txt"), "no cofre"));
+        QVERIFY(vault.lock());
+    }
+    QVERIFY(editAndDie(QStringLiteral("a.txt"), "editado e ainda não decidido"));
+    VaultManager vault(root());
+    QVERIFY(vault.unlock(m_container, TestFiles::password()));
+    QCOMPARE(vault.leftoverEdits().size(), 1);
+    const QString copy = vault.leftoverEdits().at(0).localPath;
+    QString local;
+    QVERIFY(!vault.openForEdit(QStringLiteral("a.txt"), &local));
+    QCOMPARE(TestFiles::read(copy), QByteArray("editado e ainda não decidido"));
+    QVERIFY(vault.bringBackLeftoverEdits());
+    QVERIFY(vault.openForEdit(QStringLiteral("a.txt"), &local));
+    QCOMPARE(TestFiles::read(local), QByteArray("editado e ainda não decidido"));
+    QVERIFY(vault.lock());
+}
+
+void TestPrivateWorkspace::strayRemovalLeavesAWorkspaceInUse()
+{
+    {
+        VaultManager vault(root());
+        QVERIFY(vault.unlock(m_container, TestFiles::password()));
+        QVERIFY(importText(vault, QStringLiteral("a.txt"), "a"));
+        QVERIFY(vault.lock());
+    }
+    QVERIFY(editAndDie(QStringLiteral("a.txt"), "em uso"));
+    VaultManager vault(root());
+    QVERIFY(vault.unlock(m_container, TestFiles::password()));
+    const QString copy = vault.leftoverEdits().at(0).localPath;
+    QVERIFY(Workspace::removeStrayWorkspaces(root()));
+    QCOMPARE(TestFiles::read(copy), QByteArray("em uso"));
+    QVERIFY(vault.bringBackLeftoverEdits());
+    QCOMPARE(exported(vault, QStringLiteral("a.txt")), QByteArray("em uso"));
+    QVERIFY(vault.lock());
+    // Nothing of it is left, not even a renamed folder on its way out.
+    QCOMPARE(QDir(root()).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot), QStringList());
 }
 
 QTEST_GUILESS_MAIN(TestPrivateWorkspace)
