@@ -36,7 +36,8 @@ bool TableFillBench::run(int fileCount, BenchTable& table)
         return fail(QStringLiteral("could not build a vault of %1 files").arg(fileCount));
     }
     {
-        Tests::FakeWindowServices fakes(false, folder);
+        // The workspace root is the engine's to make: it must be owner-only.
+        Tests::FakeWindowServices fakes(false, QDir(folder).filePath(QStringLiteral("workspaces")));
         Tests::DialogDriver driver;
         UI::MainWindow window(fakes.take());
         window.show();

@@ -53,7 +53,8 @@ private:
 
 void TestEntryOperations::init()
 {
-    QVERIFY(m_fixture.setUp());
+    // Some tests open files for editing, so the session gets a workspace.
+    QVERIFY(m_fixture.setUp(QStringLiteral("velmarin.vltx"), QStringLiteral("area")));
 }
 
 void TestEntryOperations::cleanup()

@@ -117,10 +117,10 @@ private:
 
 bool CrashHarness::prepareBase()
 {
-    VaultManager vault(path(QStringLiteral("workspace")));
-    if (!QDir().mkpath(path(QStringLiteral("workspace"))) || !QDir().mkpath(path(QStringLiteral("tmp"))) ||
-        !QDir().mkpath(path(QStringLiteral("base"))) || !Tests::FuzzContainer::writeEmptyVault(base()) ||
-        !vault.unlock(base(), OldPassword)) {
+    // Like every velmarin-cli command, the base vault is built without a workspace.
+    VaultManager vault;
+    if (!QDir().mkpath(path(QStringLiteral("tmp"))) || !QDir().mkpath(path(QStringLiteral("base"))) ||
+        !Tests::FuzzContainer::writeEmptyVault(base()) || !vault.unlock(base(), OldPassword)) {
         return false;
     }
     // Files of one block and, in the full run, of two; a deleted file leaves dead bytes to compact.
