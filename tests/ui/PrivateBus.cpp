@@ -3,6 +3,9 @@
 #include <QFile>
 #include <QStandardPaths>
 
+#include <csignal>
+#include <sys/prctl.h>
+
 namespace Velmarin::Tests {
 
 namespace {
@@ -49,7 +52,10 @@ bool PrivateBus::start(QString* whyNot)
     m_daemon.setProgram(program);
     m_daemon.setArguments({QStringLiteral("--config-file=") + configPath, QStringLiteral("--nofork"),
                            QStringLiteral("--print-address")});
-    m_daemon.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    // A test that crashes or is killed takes its bus along: a daemon left over would also keep an
+    // output pipe of the test open, and CTest would wait for it until its time-out.
+    m_daemon.setChildProcessModifier([] { ::prctl(PR_SET_PDEATHSIG, SIGKILL); });
+    m_daemon.setStandardErrorFile(QProcess::nullDevice());
     m_daemon.start();
     // The address comes once the daemon listens.
     while (m_daemon.waitForReadyRead(10000) || m_daemon.canReadLine()) {
