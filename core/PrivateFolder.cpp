@@ -264,38 +264,6 @@ bool removeAllBut(int folder, const QString& prefix, const QStringList& keep)
 
 } // namespace
 
-PrivateFolder::PrivateFolder(qintptr handle, const QString& path)
-    : m_handle(handle)
-    , m_path(path)
-{}
-
-PrivateFolder::~PrivateFolder()
-{
-    close();
-}
-
-PrivateFolder::PrivateFolder(PrivateFolder&& other) noexcept
-    : m_handle(std::exchange(other.m_handle, -1))
-    , m_lockHandle(std::exchange(other.m_lockHandle, -1))
-    , m_path(std::move(other.m_path))
-{}
-
-PrivateFolder& PrivateFolder::operator=(PrivateFolder&& other) noexcept
-{
-    if (this != &other) {
-        close();
-        m_handle = std::exchange(other.m_handle, -1);
-        m_lockHandle = std::exchange(other.m_lockHandle, -1);
-        m_path = std::move(other.m_path);
-    }
-    return *this;
-}
-
-bool PrivateFolder::isOpen() const
-{
-    return m_handle >= 0;
-}
-
 void PrivateFolder::close()
 {
     if (m_lockHandle >= 0) {

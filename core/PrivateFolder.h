@@ -5,6 +5,8 @@
 #include <QStringList>
 #include <QtGlobal>
 
+#include <utility>
+
 class QByteArray;
 class QFile;
 
@@ -27,9 +29,22 @@ public:
     };
 
     PrivateFolder() = default;
-    ~PrivateFolder();
-    PrivateFolder(PrivateFolder&& other) noexcept;
-    PrivateFolder& operator=(PrivateFolder&& other) noexcept;
+    ~PrivateFolder() { close(); }
+    PrivateFolder(PrivateFolder&& other) noexcept
+        : m_handle(std::exchange(other.m_handle, -1))
+        , m_lockHandle(std::exchange(other.m_lockHandle, -1))
+        , m_path(std::move(other.m_path))
+    {}
+    PrivateFolder& operator=(PrivateFolder&& other) noexcept
+    {
+        if (this != &other) {
+            close();
+            m_handle = std::exchange(other.m_handle, -1);
+            m_lockHandle = std::exchange(other.m_lockHandle, -1);
+            m_path = std::move(other.m_path);
+        }
+        return *this;
+    }
     PrivateFolder(const PrivateFolder&) = delete;
     PrivateFolder& operator=(const PrivateFolder&) = delete;
 
@@ -41,7 +56,8 @@ public:
     // a private folder, it can only be this user's: rights left too open are put back to owner-only.
     PrivateFolder child(const QString& name, Problem* problem, bool create = true) const;
 
-    bool isOpen() const;
+    bool isOpen() const { return m_handle != -1; }
+    // Lets go of the folder and of the lock taken in it; the platform's own part.
     void close();
     QString path() const { return m_path; }
     // Whether path() still names this very folder.
@@ -74,7 +90,10 @@ public:
     static QDateTime modified(const QFile& file);
 
 private:
-    PrivateFolder(qintptr handle, const QString& path);
+    PrivateFolder(qintptr handle, const QString& path)
+        : m_handle(handle)
+        , m_path(path)
+    {}
     // Opens the folder holding the last segment of relativePath, making missing folders when asked.
     PrivateFolder parentOf(const QString& relativePath, bool create, QString* name) const;
 

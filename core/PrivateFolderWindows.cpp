@@ -168,38 +168,6 @@ bool removeEntry(const QString& path)
 
 } // namespace
 
-PrivateFolder::PrivateFolder(qintptr handle, const QString& path)
-    : m_handle(handle)
-    , m_path(path)
-{}
-
-PrivateFolder::~PrivateFolder()
-{
-    close();
-}
-
-PrivateFolder::PrivateFolder(PrivateFolder&& other) noexcept
-    : m_handle(std::exchange(other.m_handle, -1))
-    , m_lockHandle(std::exchange(other.m_lockHandle, -1))
-    , m_path(std::move(other.m_path))
-{}
-
-PrivateFolder& PrivateFolder::operator=(PrivateFolder&& other) noexcept
-{
-    if (this != &other) {
-        close();
-        m_handle = std::exchange(other.m_handle, -1);
-        m_lockHandle = std::exchange(other.m_lockHandle, -1);
-        m_path = std::move(other.m_path);
-    }
-    return *this;
-}
-
-bool PrivateFolder::isOpen() const
-{
-    return m_handle != -1;
-}
-
 void PrivateFolder::close()
 {
     for (qintptr* handle : {&m_lockHandle, &m_handle}) {
