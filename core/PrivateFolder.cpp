@@ -3,6 +3,8 @@
 // PrivateFolderWindows.cpp.
 #include "PrivateFolder.h"
 
+#include "FolderTrust.h"
+
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -11,7 +13,6 @@
 #include <cerrno>
 #include <dirent.h>
 #include <fcntl.h>
-#include <grp.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -41,88 +42,6 @@ bool isOwnPrivateFolder(int handle)
     struct stat info = {};
     return fstat(handle, &info) == 0 && S_ISDIR(info.st_mode) && info.st_uid == geteuid() &&
            (info.st_mode & 07777) == OwnerOnlyFolder;
-}
-
-// A group of this user alone: the user's own primary group with no other member, as systems that
-// give each user a private group (and a umask of 002) make it.
-bool isPrivateGroup(gid_t group)
-{
-    if (group != getegid()) {
-        return false;
-    }
-    const struct group* entry = getgrgid(group);
-    return entry != nullptr && (entry->gr_mem == nullptr || entry->gr_mem[0] == nullptr);
-}
-
-// Nobody but this user or the system can rename or replace what lies in this folder.
-bool isTrustedAncestor(const struct stat& info)
-{
-    const bool owner = info.st_uid == 0 || info.st_uid == geteuid();
-    const bool groupMayWrite = (info.st_mode & S_IWGRP) != 0 && !isPrivateGroup(info.st_gid);
-    const bool openToOthers = groupMayWrite || (info.st_mode & S_IWOTH) != 0;
-    return S_ISDIR(info.st_mode) && owner && (!openToOthers || (info.st_mode & S_ISVTX) != 0);
-}
-
-// A link on the way to the root is followed by everyone who opens the path: it must be this user's
-// or the system's, or another account could point our plaintext wherever it likes.
-bool linksAreTrusted(const QString& absolute)
-{
-    QByteArray prefix;
-    for (const QByteArray& segment : QFile::encodeName(absolute).split('/')) {
-        if (segment.isEmpty()) {
-            continue;
-        }
-        prefix += '/' + segment;
-        struct stat info = {};
-        if (lstat(prefix.constData(), &info) != 0) {
-            return true;
-        }
-        if (S_ISLNK(info.st_mode) && info.st_uid != 0 && info.st_uid != geteuid()) {
-            return false;
-        }
-    }
-    return true;
-}
-
-// Makes the missing folders of an absolute path owner-only, whatever the umask would give them.
-bool makeOwnerOnlyPath(const QString& absolute)
-{
-    QByteArray prefix;
-    for (const QByteArray& segment : QFile::encodeName(absolute).split('/')) {
-        if (segment.isEmpty()) {
-            continue;
-        }
-        prefix += '/' + segment;
-        if (mkdir(prefix.constData(), OwnerOnlyFolder) != 0 && errno != EEXIST) {
-            return false;
-        }
-    }
-    return true;
-}
-
-bool isTrustedPath(const QByteArray& path)
-{
-    struct stat info = {};
-    return lstat(path.constData(), &info) == 0 && isTrustedAncestor(info);
-}
-
-// canonical holds no link, so checking each of its folders checks everything the path goes through.
-bool ancestorsAreTrusted(const QByteArray& canonical)
-{
-    if (!isTrustedPath("/")) {
-        return false;
-    }
-    QByteArray prefix;
-    for (const QByteArray& segment : canonical.split('/')) {
-        if (segment.isEmpty()) {
-            continue;
-        }
-        prefix += '/' + segment;
-        if (!isTrustedPath(prefix)) {
-            return false;
-        }
-    }
-    return true;
 }
 
 // repair: the folder lies inside one already checked, so only this user can have made it; rights an
@@ -282,11 +201,11 @@ PrivateFolder PrivateFolder::open(const QString& path, Problem* problem)
     const QFileInfo info(QDir::cleanPath(QFileInfo(path).absoluteFilePath()));
     const QString parent = info.absolutePath();
     const QString name = info.fileName();
-    if (!linksAreTrusted(info.absoluteFilePath())) {
+    if (!FolderTrust::linksAreTrusted(info.absoluteFilePath())) {
         *problem = Problem::NotPrivate;
         return {};
     }
-    if (!isPlainSegment(name) || !makeOwnerOnlyPath(parent)) {
+    if (!isPlainSegment(name) || !FolderTrust::makeOwnerOnlyPath(parent)) {
         return {};
     }
     char* resolved = realpath(QFile::encodeName(parent).constData(), nullptr);
@@ -295,7 +214,7 @@ PrivateFolder PrivateFolder::open(const QString& path, Problem* problem)
     }
     const QByteArray canonical(resolved);
     free(resolved);
-    if (!ancestorsAreTrusted(canonical)) {
+    if (!FolderTrust::ancestorsAreTrusted(canonical)) {
         *problem = Problem::NotPrivate;
         return {};
     }
