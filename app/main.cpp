@@ -1,6 +1,6 @@
-#include "MainWindow.h"
-#include "ProcessProtection.h"
-#include "ProductInfo.h"
+#include "core/crypto/ProcessProtection.h"
+#include "ui/MainWindow.h"
+#include "ui/ProductInfo.h"
 
 #include <QApplication>
 #include <QIcon>

@@ -1,11 +1,11 @@
 #include "IndexChangeBench.h"
 
 #include "BenchTable.h"
-#include "ContainerFile.h"
 #include "LockedVaultEditor.h"
 #include "ProcessMeter.h"
 #include "SampleVault.h"
-#include "VaultManager.h"
+#include "core/container/ContainerFile.h"
+#include "core/vault/VaultManager.h"
 
 #include <QDir>
 #include <QElapsedTimer>

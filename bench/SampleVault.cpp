@@ -1,7 +1,7 @@
 #include "SampleVault.h"
 
 #include "LockedVaultEditor.h"
-#include "VaultManager.h"
+#include "core/vault/VaultManager.h"
 
 #include <QDateTime>
 

@@ -1,13 +1,13 @@
 #include "StreamBench.h"
 
 #include "BenchTable.h"
-#include "ContainerFile.h"
-#include "ContainerHeader.h"
-#include "PayloadStore.h"
 #include "ProcessMeter.h"
-#include "Sha256.h"
-#include "VaultCrypto.h"
-#include "VaultManager.h"
+#include "core/container/ContainerFile.h"
+#include "core/container/ContainerHeader.h"
+#include "core/container/PayloadStore.h"
+#include "core/crypto/Sha256.h"
+#include "core/crypto/VaultCrypto.h"
+#include "core/vault/VaultManager.h"
 
 #include <QDir>
 #include <QElapsedTimer>
@@ -80,7 +80,7 @@ bool StreamBench::writeRandomFile(const QString& path, qint64 size)
 bool StreamBench::importStages(const QString& sourcePath, const QString& sealedPath, Stages& stages)
 {
     const VaultCrypto crypto;
-    const QByteArray associatedData = crypto.associatedData(Core::ContainerHeader(), BlockLabel);
+    const QByteArray associatedData = Core::ContainerHeader().associatedData(BlockLabel);
     m_key = crypto.randomBytes(VaultCrypto::KeySize);
     m_nonces.clear();
     QFile source(sourcePath);
@@ -116,7 +116,7 @@ bool StreamBench::importStages(const QString& sourcePath, const QString& sealedP
 bool StreamBench::exportStages(const QString& sealedPath, const QString& plainPath, Stages& stages)
 {
     const VaultCrypto crypto;
-    const QByteArray associatedData = crypto.associatedData(Core::ContainerHeader(), BlockLabel);
+    const QByteArray associatedData = Core::ContainerHeader().associatedData(BlockLabel);
     QFile sealedFile(sealedPath);
     QFile plainFile(plainPath);
     if (!sealedFile.open(QIODevice::ReadOnly) ||

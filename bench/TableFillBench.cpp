@@ -3,8 +3,8 @@
 #include "BenchTable.h"
 #include "DialogDriver.h"
 #include "FakeWindowServices.h"
-#include "MainWindow.h"
 #include "SampleVault.h"
+#include "ui/MainWindow.h"
 
 #include <QApplication>
 #include <QDir>

@@ -1,7 +1,7 @@
-#include "LocalTarget.h"
+#include "cli/LocalTarget.h"
 
-#include "Console.h"
-#include "ExitCode.h"
+#include "cli/Console.h"
+#include "cli/ExitCode.h"
 
 #include <QDir>
 #include <QFileInfo>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "SecretText.h"
+#include "core/crypto/SecretText.h"
 
 #include <QByteArray>
 

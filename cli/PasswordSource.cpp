@@ -1,8 +1,8 @@
-#include "PasswordSource.h"
+#include "cli/PasswordSource.h"
 
-#include "Console.h"
-#include "ExitCode.h"
-#include "TerminalInput.h"
+#include "cli/Console.h"
+#include "cli/ExitCode.h"
+#include "cli/TerminalInput.h"
 
 #include <QFile>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "PasswordBytes.h"
+#include "cli/PasswordBytes.h"
 
 #include <QCoreApplication>
 #include <QString>

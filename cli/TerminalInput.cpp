@@ -1,4 +1,4 @@
-#include "TerminalInput.h"
+#include "cli/TerminalInput.h"
 
 #ifdef _WIN32
 #include <io.h>

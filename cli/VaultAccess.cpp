@@ -1,12 +1,12 @@
-#include "VaultAccess.h"
+#include "cli/VaultAccess.h"
 
-#include "Command.h"
-#include "Console.h"
-#include "ContainerFile.h"
-#include "ContainerLock.h"
-#include "ExitCode.h"
-#include "PasswordSource.h"
-#include "VaultArguments.h"
+#include "cli/Command.h"
+#include "cli/Console.h"
+#include "cli/ExitCode.h"
+#include "cli/PasswordSource.h"
+#include "cli/VaultArguments.h"
+#include "core/container/ContainerFile.h"
+#include "core/container/ContainerLock.h"
 
 #include <QFileInfo>
 

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "ContainerHeader.h"
-#include "VaultManager.h"
+#include "core/container/ContainerHeader.h"
+#include "core/vault/VaultManager.h"
 
 #include <QCoreApplication>
 #include <QString>

@@ -1,8 +1,8 @@
-#include "VaultArguments.h"
+#include "cli/VaultArguments.h"
 
-#include "Console.h"
-#include "ExitCode.h"
-#include "VaultPath.h"
+#include "cli/Console.h"
+#include "cli/ExitCode.h"
+#include "core/index/VaultPath.h"
 
 namespace Velmarin::Cli {
 

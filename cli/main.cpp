@@ -1,9 +1,9 @@
 // velmarin-cli: start-up only; the commands live in CommandLine and commands/.
-#include "CommandLine.h"
-#include "Console.h"
-#include "PasswordSource.h"
-#include "ProcessProtection.h"
-#include "TerminalInput.h"
+#include "cli/CommandLine.h"
+#include "cli/Console.h"
+#include "cli/PasswordSource.h"
+#include "cli/TerminalInput.h"
+#include "core/crypto/ProcessProtection.h"
 
 #include <QCoreApplication>
 #include <QFile>

@@ -1,9 +1,9 @@
-#include "DeviceManager.h"
+#include "platform/DeviceManager.h"
 
 #if defined(Q_OS_WIN)
-#include "WindowsDeviceManager.h"
+#include "platform/windows/WindowsDeviceManager.h"
 #elif defined(Q_OS_LINUX)
-#include "LinuxDeviceManager.h"
+#include "platform/linux/LinuxDeviceManager.h"
 #endif
 
 namespace Velmarin::Platform {

@@ -1,9 +1,9 @@
-#include "SessionEvents.h"
+#include "platform/SessionEvents.h"
 
 #if defined(Q_OS_WIN)
-#include "WindowsSessionEvents.h"
+#include "platform/windows/WindowsSessionEvents.h"
 #elif defined(Q_OS_LINUX)
-#include "LogindSessionEvents.h"
+#include "platform/linux/LogindSessionEvents.h"
 
 #include <QDBusConnection>
 #endif

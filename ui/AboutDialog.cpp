@@ -1,8 +1,8 @@
-#include "AboutDialog.h"
+#include "ui/AboutDialog.h"
 
-#include "CompactListItemDelegate.h"
-#include "ProductInfo.h"
-#include "UrlOpener.h"
+#include "ui/CompactListItemDelegate.h"
+#include "ui/ProductInfo.h"
+#include "ui/UrlOpener.h"
 
 #include <QCoreApplication>
 #include <QDialogButtonBox>

@@ -1,4 +1,4 @@
-#include "AutoLock.h"
+#include "ui/AutoLock.h"
 
 #include <QEvent>
 #include <QFileInfo>

@@ -1,6 +1,6 @@
-#include "ChangePasswordDialog.h"
+#include "ui/ChangePasswordDialog.h"
 
-#include "MessageBoxes.h"
+#include "ui/MessageBoxes.h"
 
 #include <QDialogButtonBox>
 #include <QFormLayout>

@@ -1,4 +1,4 @@
-#include "CompactListItemDelegate.h"
+#include "ui/CompactListItemDelegate.h"
 
 #include <QFontMetrics>
 

@@ -1,4 +1,4 @@
-#include "FileTypeIcons.h"
+#include "ui/FileTypeIcons.h"
 
 #include <QFileIconProvider>
 #include <QFileInfo>

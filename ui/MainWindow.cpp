@@ -1,9 +1,9 @@
-#include "MainWindow.h"
+#include "ui/MainWindow.h"
 
-#include "MessageBoxes.h"
-#include "PadlockIcon.h"
-#include "ProductInfo.h"
-#include "WindowGeometry.h"
+#include "ui/MessageBoxes.h"
+#include "ui/PadlockIcon.h"
+#include "ui/ProductInfo.h"
+#include "ui/WindowGeometry.h"
 
 #include <QAction>
 #include <QCloseEvent>

@@ -1,9 +1,9 @@
 #pragma once
 
-#include "AutoLock.h"
-#include "FileTypeIcons.h"
-#include "MainWindowServices.h"
-#include "VaultManager.h"
+#include "core/vault/VaultManager.h"
+#include "ui/AutoLock.h"
+#include "ui/FileTypeIcons.h"
+#include "ui/MainWindowServices.h"
 
 #include <QMainWindow>
 #include <QString>

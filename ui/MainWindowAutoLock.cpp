@@ -1,6 +1,6 @@
 // Locking on its own: the vault closes when the computer is about to sleep, when the session is
 // locked and when its container is gone, and the window says why.
-#include "MainWindow.h"
+#include "ui/MainWindow.h"
 
 #include <QAction>
 #include <QCoreApplication>

@@ -1,8 +1,8 @@
 // The device list: filling it from the device manager and pointing at the container's drive.
-#include "ContainerFile.h"
-#include "DisplayFormat.h"
-#include "MainWindow.h"
-#include "MessageBoxes.h"
+#include "core/container/ContainerFile.h"
+#include "core/index/DisplayFormat.h"
+#include "ui/MainWindow.h"
+#include "ui/MessageBoxes.h"
 
 #include <QDir>
 #include <QFileInfo>

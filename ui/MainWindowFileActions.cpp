@@ -1,12 +1,12 @@
 // Actions on the entries of the unlocked vault: import, export, open, move, rename, new folder
 // and the two deletes. Each checks, asks, calls the engine once, then refreshes and reports.
-#include "DisplayFormat.h"
-#include "ImportSpace.h"
-#include "MainWindow.h"
-#include "MessageBoxes.h"
-#include "MoveFileDialog.h"
-#include "ProgressDialogs.h"
-#include "VaultPath.h"
+#include "core/index/DisplayFormat.h"
+#include "core/index/VaultPath.h"
+#include "core/vault/ImportSpace.h"
+#include "ui/MainWindow.h"
+#include "ui/MessageBoxes.h"
+#include "ui/MoveFileDialog.h"
+#include "ui/ProgressDialogs.h"
 
 #include <QFileInfo>
 #include <QProgressDialog>

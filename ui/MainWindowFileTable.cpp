@@ -1,8 +1,8 @@
 // The file table: filling it from the index, sorting, navigation and the selection queries.
-#include "DisplayFormat.h"
-#include "EntrySorting.h"
-#include "MainWindow.h"
-#include "VaultPath.h"
+#include "core/index/DisplayFormat.h"
+#include "core/index/EntrySorting.h"
+#include "core/index/VaultPath.h"
+#include "ui/MainWindow.h"
 
 #include <QAction>
 #include <QHeaderView>

@@ -1,8 +1,8 @@
 // The menu bar, its actions and shortcuts, and the signal wiring made once at construction.
-#include "AboutDialog.h"
-#include "HelpDialog.h"
-#include "MainWindow.h"
-#include "ProductInfo.h"
+#include "ui/AboutDialog.h"
+#include "ui/HelpDialog.h"
+#include "ui/MainWindow.h"
+#include "ui/ProductInfo.h"
 
 #include <QAction>
 #include <QHeaderView>

@@ -1,9 +1,9 @@
-#include "MainWindowServices.h"
+#include "ui/MainWindowServices.h"
 
-#include "SystemFileDialogs.h"
-#include "SystemStorageProbe.h"
-#include "SystemUrlOpener.h"
-#include "Workspace.h"
+#include "core/workspace/Workspace.h"
+#include "ui/SystemFileDialogs.h"
+#include "ui/SystemStorageProbe.h"
+#include "ui/SystemUrlOpener.h"
 
 namespace Velmarin::UI {
 

@@ -1,10 +1,10 @@
 #pragma once
 
-#include "DeviceManager.h"
-#include "FileDialogs.h"
-#include "SessionEvents.h"
-#include "StorageProbe.h"
-#include "UrlOpener.h"
+#include "platform/DeviceManager.h"
+#include "platform/SessionEvents.h"
+#include "ui/FileDialogs.h"
+#include "ui/StorageProbe.h"
+#include "ui/UrlOpener.h"
 
 #include <QString>
 

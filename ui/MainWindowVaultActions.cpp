@@ -1,13 +1,13 @@
 // Actions on the vault as a whole: choosing, creating, unlocking and locking a container, backing
 // it up, changing its password and compacting it.
-#include "ChangePasswordDialog.h"
-#include "ContainerBackup.h"
-#include "ContainerLock.h"
-#include "MainWindow.h"
-#include "MessageBoxes.h"
-#include "PasswordPrompt.h"
-#include "ProgressDialogs.h"
-#include "SecretText.h"
+#include "core/container/ContainerBackup.h"
+#include "core/container/ContainerLock.h"
+#include "core/crypto/SecretText.h"
+#include "ui/ChangePasswordDialog.h"
+#include "ui/MainWindow.h"
+#include "ui/MessageBoxes.h"
+#include "ui/PasswordPrompt.h"
+#include "ui/ProgressDialogs.h"
 
 #include <QDateTime>
 #include <QDir>

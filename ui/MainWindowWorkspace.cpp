@@ -1,7 +1,7 @@
 // Copies of files opened for editing: why the private workspace cannot be used, edits a session
 // left behind when it ended without locking, and leftovers of other vaults found at start.
-#include "MainWindow.h"
-#include "MessageBoxes.h"
+#include "ui/MainWindow.h"
+#include "ui/MessageBoxes.h"
 
 #include <QDir>
 

@@ -1,4 +1,4 @@
-#include "MoveFileDialog.h"
+#include "ui/MoveFileDialog.h"
 
 #include <QComboBox>
 #include <QDialogButtonBox>

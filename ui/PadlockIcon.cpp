@@ -1,4 +1,4 @@
-#include "PadlockIcon.h"
+#include "ui/PadlockIcon.h"
 
 #include <QPainter>
 #include <QPainterPath>

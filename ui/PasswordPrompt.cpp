@@ -1,7 +1,7 @@
-#include "PasswordPrompt.h"
+#include "ui/PasswordPrompt.h"
 
-#include "MessageBoxes.h"
-#include "SecretText.h"
+#include "core/crypto/SecretText.h"
+#include "ui/MessageBoxes.h"
 
 #include <QInputDialog>
 #include <QLineEdit>

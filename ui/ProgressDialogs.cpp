@@ -1,7 +1,7 @@
-#include "ProgressDialogs.h"
+#include "ui/ProgressDialogs.h"
 
-#include "ByteCount.h"
-#include "DisplayFormat.h"
+#include "core/index/ByteCount.h"
+#include "core/index/DisplayFormat.h"
 
 #include <QCoreApplication>
 #include <QProgressDialog>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "ProgressCallback.h"
+#include "core/container/ProgressCallback.h"
 
 #include <QString>
 

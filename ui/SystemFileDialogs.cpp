@@ -1,4 +1,4 @@
-#include "SystemFileDialogs.h"
+#include "ui/SystemFileDialogs.h"
 
 #include <QFileDialog>
 

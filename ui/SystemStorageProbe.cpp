@@ -1,4 +1,4 @@
-#include "SystemStorageProbe.h"
+#include "ui/SystemStorageProbe.h"
 
 #include <QStorageInfo>
 

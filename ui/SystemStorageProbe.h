@@ -1,6 +1,6 @@
 #pragma once
 
-#include "StorageProbe.h"
+#include "ui/StorageProbe.h"
 
 namespace Velmarin::UI {
 

@@ -1,4 +1,4 @@
-#include "SystemUrlOpener.h"
+#include "ui/SystemUrlOpener.h"
 
 #include <QDesktopServices>
 #include <QUrl>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "UrlOpener.h"
+#include "ui/UrlOpener.h"
 
 namespace Velmarin::UI {
 

@@ -1,10 +1,10 @@
-#include "BackupCommand.h"
+#include "cli/commands/BackupCommand.h"
 
-#include "Console.h"
-#include "ContainerBackup.h"
-#include "ExitCode.h"
-#include "LocalTarget.h"
-#include "VaultAccess.h"
+#include "cli/Console.h"
+#include "cli/ExitCode.h"
+#include "cli/LocalTarget.h"
+#include "cli/VaultAccess.h"
+#include "core/container/ContainerBackup.h"
 
 #include <QCommandLineParser>
 #include <QDateTime>

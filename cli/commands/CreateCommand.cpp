@@ -1,11 +1,11 @@
-#include "CreateCommand.h"
+#include "cli/commands/CreateCommand.h"
 
-#include "Console.h"
-#include "ContainerFile.h"
-#include "ExitCode.h"
-#include "LocalTarget.h"
-#include "PasswordSource.h"
-#include "VaultManager.h"
+#include "cli/Console.h"
+#include "cli/ExitCode.h"
+#include "cli/LocalTarget.h"
+#include "cli/PasswordSource.h"
+#include "core/container/ContainerFile.h"
+#include "core/vault/VaultManager.h"
 
 #include <QCommandLineParser>
 

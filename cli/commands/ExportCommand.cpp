@@ -1,11 +1,11 @@
-#include "ExportCommand.h"
+#include "cli/commands/ExportCommand.h"
 
-#include "Console.h"
-#include "ExitCode.h"
-#include "LocalTarget.h"
-#include "VaultAccess.h"
-#include "VaultArguments.h"
-#include "VaultPath.h"
+#include "cli/Console.h"
+#include "cli/ExitCode.h"
+#include "cli/LocalTarget.h"
+#include "cli/VaultAccess.h"
+#include "cli/VaultArguments.h"
+#include "core/index/VaultPath.h"
 
 #include <QCommandLineParser>
 #include <QFileDevice>

@@ -1,12 +1,12 @@
-#include "ImportCommand.h"
+#include "cli/commands/ImportCommand.h"
 
-#include "Console.h"
-#include "DisplayFormat.h"
-#include "ExitCode.h"
-#include "ImportSpace.h"
-#include "VaultAccess.h"
-#include "VaultArguments.h"
-#include "VaultPath.h"
+#include "cli/Console.h"
+#include "cli/ExitCode.h"
+#include "cli/VaultAccess.h"
+#include "cli/VaultArguments.h"
+#include "core/index/DisplayFormat.h"
+#include "core/index/VaultPath.h"
+#include "core/vault/ImportSpace.h"
 
 #include <QCommandLineParser>
 #include <QDir>

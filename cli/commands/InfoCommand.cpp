@@ -1,10 +1,10 @@
-#include "InfoCommand.h"
+#include "cli/commands/InfoCommand.h"
 
-#include "Console.h"
-#include "ContainerHeader.h"
-#include "DisplayFormat.h"
-#include "ExitCode.h"
-#include "VaultAccess.h"
+#include "cli/Console.h"
+#include "cli/ExitCode.h"
+#include "cli/VaultAccess.h"
+#include "core/container/ContainerHeader.h"
+#include "core/index/DisplayFormat.h"
 
 #include <QCommandLineParser>
 #include <QDir>

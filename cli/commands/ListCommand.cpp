@@ -1,12 +1,12 @@
-#include "ListCommand.h"
+#include "cli/commands/ListCommand.h"
 
-#include "Console.h"
-#include "DisplayFormat.h"
-#include "EntrySorting.h"
-#include "ExitCode.h"
-#include "VaultAccess.h"
-#include "VaultArguments.h"
-#include "VaultPath.h"
+#include "cli/Console.h"
+#include "cli/ExitCode.h"
+#include "cli/VaultAccess.h"
+#include "cli/VaultArguments.h"
+#include "core/index/DisplayFormat.h"
+#include "core/index/EntrySorting.h"
+#include "core/index/VaultPath.h"
 
 #include <QCommandLineParser>
 #include <QFileDevice>

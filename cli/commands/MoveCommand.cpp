@@ -1,10 +1,10 @@
-#include "MoveCommand.h"
+#include "cli/commands/MoveCommand.h"
 
-#include "Console.h"
-#include "ExitCode.h"
-#include "VaultAccess.h"
-#include "VaultArguments.h"
-#include "VaultPath.h"
+#include "cli/Console.h"
+#include "cli/ExitCode.h"
+#include "cli/VaultAccess.h"
+#include "cli/VaultArguments.h"
+#include "core/index/VaultPath.h"
 
 namespace Velmarin::Cli {
 

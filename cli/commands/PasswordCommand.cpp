@@ -1,9 +1,9 @@
-#include "PasswordCommand.h"
+#include "cli/commands/PasswordCommand.h"
 
-#include "Console.h"
-#include "ExitCode.h"
-#include "PasswordSource.h"
-#include "VaultAccess.h"
+#include "cli/Console.h"
+#include "cli/ExitCode.h"
+#include "cli/PasswordSource.h"
+#include "cli/VaultAccess.h"
 
 namespace Velmarin::Cli {
 

@@ -1,9 +1,9 @@
-#include "RecoverCommand.h"
+#include "cli/commands/RecoverCommand.h"
 
-#include "Console.h"
-#include "ExitCode.h"
-#include "VaultAccess.h"
-#include "VaultManager.h"
+#include "cli/Console.h"
+#include "cli/ExitCode.h"
+#include "cli/VaultAccess.h"
+#include "core/vault/VaultManager.h"
 
 #include <QFileInfo>
 

@@ -1,8 +1,8 @@
-#include "RemoveFileCommand.h"
+#include "cli/commands/RemoveFileCommand.h"
 
-#include "Console.h"
-#include "ExitCode.h"
-#include "VaultAccess.h"
+#include "cli/Console.h"
+#include "cli/ExitCode.h"
+#include "cli/VaultAccess.h"
 
 namespace Velmarin::Cli {
 

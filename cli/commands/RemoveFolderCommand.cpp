@@ -1,8 +1,8 @@
-#include "RemoveFolderCommand.h"
+#include "cli/commands/RemoveFolderCommand.h"
 
-#include "Console.h"
-#include "ExitCode.h"
-#include "VaultAccess.h"
+#include "cli/Console.h"
+#include "cli/ExitCode.h"
+#include "cli/VaultAccess.h"
 
 namespace Velmarin::Cli {
 

@@ -1,9 +1,9 @@
-#include "RenameCommand.h"
+#include "cli/commands/RenameCommand.h"
 
-#include "Console.h"
-#include "ExitCode.h"
-#include "VaultAccess.h"
-#include "VaultPath.h"
+#include "cli/Console.h"
+#include "cli/ExitCode.h"
+#include "cli/VaultAccess.h"
+#include "core/index/VaultPath.h"
 
 namespace Velmarin::Cli {
 

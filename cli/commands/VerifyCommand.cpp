@@ -1,9 +1,9 @@
-#include "VerifyCommand.h"
+#include "cli/commands/VerifyCommand.h"
 
-#include "Console.h"
-#include "DisplayFormat.h"
-#include "ExitCode.h"
-#include "VaultAccess.h"
+#include "cli/Console.h"
+#include "cli/ExitCode.h"
+#include "cli/VaultAccess.h"
+#include "core/index/DisplayFormat.h"
 
 #include <QCommandLineParser>
 #include <QFileDevice>

@@ -1,4 +1,4 @@
-#include "LogindSessionEvents.h"
+#include "platform/linux/LogindSessionEvents.h"
 
 #include <QCoreApplication>
 #include <QDBusMessage>

@@ -1,7 +1,7 @@
-#include "WindowsDeviceManager.h"
+#include "platform/windows/WindowsDeviceManager.h"
 
-#include "WindowsDeviceRecords.h"
-#include "WindowsVolumeProbe.h"
+#include "platform/windows/WindowsDeviceRecords.h"
+#include "platform/windows/WindowsVolumeProbe.h"
 
 namespace Velmarin::Platform::Windows {
 

@@ -1,4 +1,4 @@
-#include "WindowsDeviceRecords.h"
+#include "platform/windows/WindowsDeviceRecords.h"
 
 #include <algorithm>
 

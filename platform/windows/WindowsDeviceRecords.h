@@ -1,7 +1,7 @@
 #pragma once
 
-#include "UsbDevice.h"
-#include "WindowsVolumeProbe.h"
+#include "platform/UsbDevice.h"
+#include "platform/windows/WindowsVolumeProbe.h"
 
 #include <QList>
 

@@ -1,4 +1,4 @@
-#include "WindowsSessionEvents.h"
+#include "platform/windows/WindowsSessionEvents.h"
 
 #include <QByteArray>
 #include <QCoreApplication>

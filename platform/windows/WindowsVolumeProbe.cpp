@@ -1,4 +1,4 @@
-#include "WindowsVolumeProbe.h"
+#include "platform/windows/WindowsVolumeProbe.h"
 
 #ifndef WIN32_LEAN_AND_MEAN
 #define WIN32_LEAN_AND_MEAN

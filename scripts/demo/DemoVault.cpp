@@ -1,6 +1,6 @@
 // Builds a vault with folders and files of several kinds, for screenshots and demonstrations:
 //   velmarin-demo-vault <container> <password>
-#include "VaultManager.h"
+#include "core/vault/VaultManager.h"
 
 #include <QCoreApplication>
 #include <QDateTime>

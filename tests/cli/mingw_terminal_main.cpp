@@ -1,6 +1,6 @@
 // Linked with the terminal code by a cross compiler, to prove that its Windows branch builds and
 // links for Windows; run there, it reads one hidden line and says how many bytes came in.
-#include "TerminalInput.h"
+#include "cli/TerminalInput.h"
 
 #include <cstdio>
 

@@ -2,7 +2,7 @@
 // each through the real tool, with the vault checked afterwards through the engine.
 #include "CliRunner.h"
 #include "TestFiles.h"
-#include "VaultManager.h"
+#include "core/vault/VaultManager.h"
 
 #include <QDir>
 #include <QFile>

@@ -1,8 +1,8 @@
 // One session per container: velmarin-cli beside the window's engine and beside another velmarin-cli.
 #include "CliRunner.h"
-#include "ContainerLock.h"
 #include "TestFiles.h"
 #include "VaultFixture.h"
+#include "core/container/ContainerLock.h"
 
 #include <QElapsedTimer>
 #include <QProcess>

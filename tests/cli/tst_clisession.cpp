@@ -2,7 +2,7 @@
 // every password source, create, info, passwd and backup, with their exit codes and messages.
 #include "CliRunner.h"
 #include "TestFiles.h"
-#include "VaultManager.h"
+#include "core/vault/VaultManager.h"
 
 #include <QDir>
 #include <QFileInfo>

@@ -2,7 +2,7 @@
 // progress that appears only when standard error is a terminal. A pseudo-terminal plays the user.
 #include "CliRunner.h"
 #include "TestFiles.h"
-#include "VaultManager.h"
+#include "core/vault/VaultManager.h"
 
 #include <QDir>
 #include <QElapsedTimer>

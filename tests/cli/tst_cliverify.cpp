@@ -1,8 +1,8 @@
 // velmarin-cli verify and compact: what a check reports on a sound, a damaged and a compacted vault.
 #include "CliRunner.h"
-#include "ContainerFile.h"
-#include "ContainerJournal.h"
 #include "TestFiles.h"
+#include "core/container/ContainerFile.h"
+#include "core/container/ContainerJournal.h"
 
 #include <QDir>
 #include <QDirIterator>

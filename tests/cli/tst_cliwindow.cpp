@@ -1,8 +1,8 @@
 // One container, two front ends: what velmarin-cli makes opens in the window, and the other way round.
 #include "CliRunner.h"
 #include "TestFiles.h"
-#include "UsbDevice.h"
 #include "WindowFixture.h"
+#include "platform/UsbDevice.h"
 
 #include <QAction>
 #include <QFile>

@@ -1,8 +1,8 @@
-#include "ContainerFile.h"
 #include "FailureInjection.h"
 #include "TestFiles.h"
 #include "VaultFixture.h"
-#include "VaultManager.h"
+#include "core/container/ContainerFile.h"
+#include "core/vault/VaultManager.h"
 
 #include <QtTest>
 

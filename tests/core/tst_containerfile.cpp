@@ -1,6 +1,6 @@
-#include "ContainerFile.h"
 #include "TestFiles.h"
-#include "VaultManager.h"
+#include "core/container/ContainerFile.h"
+#include "core/vault/VaultManager.h"
 
 #include <QJsonDocument>
 #include <QJsonObject>

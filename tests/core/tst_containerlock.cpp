@@ -1,8 +1,8 @@
-#include "ContainerBackup.h"
-#include "ContainerLock.h"
 #include "TestFiles.h"
 #include "VaultFixture.h"
-#include "VaultManager.h"
+#include "core/container/ContainerBackup.h"
+#include "core/container/ContainerLock.h"
+#include "core/vault/VaultManager.h"
 
 #include <QtTest>
 

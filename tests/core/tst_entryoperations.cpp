@@ -1,7 +1,7 @@
-#include "ContainerFile.h"
 #include "TestFiles.h"
 #include "VaultFixture.h"
-#include "VaultManager.h"
+#include "core/container/ContainerFile.h"
+#include "core/vault/VaultManager.h"
 
 #include <QtTest>
 

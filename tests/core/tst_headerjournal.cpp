@@ -1,10 +1,10 @@
-#include "ContainerFile.h"
-#include "ContainerJournal.h"
-#include "ContainerRecovery.h"
 #include "FailureInjection.h"
 #include "TestFiles.h"
 #include "VaultFixture.h"
-#include "VaultManager.h"
+#include "core/container/ContainerFile.h"
+#include "core/container/ContainerJournal.h"
+#include "core/container/ContainerRecovery.h"
+#include "core/vault/VaultManager.h"
 
 #include <QtTest>
 

@@ -1,11 +1,11 @@
 // Containers whose index is authentic but lies: written with the right key by something other than
 // this engine. Every size and offset in such an index is checked before it is used, so the worst a
 // lie can do is make a file unreadable.
-#include "ByteCount.h"
 #include "FuzzContainer.h"
 #include "LockedVaultEditor.h"
 #include "TestFiles.h"
-#include "VaultManager.h"
+#include "core/index/ByteCount.h"
+#include "core/vault/VaultManager.h"
 
 #include <QBuffer>
 #include <QTemporaryDir>

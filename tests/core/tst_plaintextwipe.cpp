@@ -3,8 +3,8 @@
 // searched for the marker the imported file is made of.
 #include "TestFiles.h"
 #include "VaultFixture.h"
-#include "VaultManager.h"
-#include "VerificationReport.h"
+#include "core/vault/VaultManager.h"
+#include "core/vault/VerificationReport.h"
 
 #include <QtTest>
 

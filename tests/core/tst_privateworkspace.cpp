@@ -1,8 +1,8 @@
 // The workspace on a computer shared with other people: another account that owns or prepares the
 // folders cannot read, plant or delete anything through them.
 #include "TestFiles.h"
-#include "VaultManager.h"
 #include "WorkspaceFixture.h"
+#include "core/vault/VaultManager.h"
 
 #include <QtTest>
 

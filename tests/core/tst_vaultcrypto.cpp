@@ -1,8 +1,8 @@
-#include "ContainerHeader.h"
-#include "Sha256.h"
 #include "TestFiles.h"
-#include "VaultCrypto.h"
-#include "VaultManager.h"
+#include "core/container/ContainerHeader.h"
+#include "core/crypto/Sha256.h"
+#include "core/crypto/VaultCrypto.h"
+#include "core/vault/VaultManager.h"
 
 #include <QTemporaryDir>
 #include <QtTest>
@@ -247,24 +247,24 @@ void TestVaultCrypto::alteredCiphertextOrDataFails()
 void TestVaultCrypto::associatedDataForEachLabel()
 {
     const ContainerHeader header = fixedHeader();
-    QCOMPARE(m_crypto.associatedData(header, "file-block"), QByteArray("VLTBOX|file-block|3"));
-    QCOMPARE(m_crypto.associatedData(header, "file-block").size(), 19);
+    QCOMPARE(header.associatedData("file-block"), QByteArray("VLTBOX|file-block|3"));
+    QCOMPARE(header.associatedData("file-block").size(), 19);
 
     const QByteArray masterKey = QByteArray("VLTBOX|master-key|3|XChaCha20-Poly1305|Argon2id|250000|") +
                                  QByteArray::fromHex("000102030405060708090a0b0c0d0e0f") + "|" +
                                  QByteArray::fromHex("101112131415161718191a1b1c1d1e1f2021222324252627");
-    QCOMPARE(m_crypto.associatedData(header, "master-key").toHex(), masterKey.toHex());
+    QCOMPARE(header.associatedData("master-key").toHex(), masterKey.toHex());
 
     const QByteArray index = QByteArray("VLTBOX|index|3|XChaCha20-Poly1305|") +
                              QByteArray::fromHex("303132333435363738393a3b3c3d3e3f4041424344454647");
-    QCOMPARE(m_crypto.associatedData(header, "index").toHex(), index.toHex());
+    QCOMPARE(header.associatedData("index").toHex(), index.toHex());
 }
 
 void TestVaultCrypto::associatedDataKeepsSeparatorBytesRaw()
 {
     ContainerHeader header = fixedHeader();
     header.crypto.payloadNonce = QByteArray(24, '|');
-    QCOMPARE(m_crypto.associatedData(header, "index"),
+    QCOMPARE(header.associatedData("index"),
              QByteArray("VLTBOX|index|3|XChaCha20-Poly1305|") + QByteArray(24, '|'));
 }
 
@@ -294,10 +294,10 @@ void TestVaultCrypto::masterKeyFailsWhenAHeaderFieldChanges()
     };
     const QByteArray masterKey = m_crypto.randomBytes(64);
     const QByteArray wrapped = m_crypto.encrypt(masterKey, wrapKey(header), header.crypto.nonce,
-                                                m_crypto.associatedData(header, "master-key"));
-    QCOMPARE(m_crypto.decrypt(wrapped, wrapKey(header), header.crypto.nonce,
-                              m_crypto.associatedData(header, "master-key")),
-             masterKey);
+                                                header.associatedData("master-key"));
+    QCOMPARE(
+        m_crypto.decrypt(wrapped, wrapKey(header), header.crypto.nonce, header.associatedData("master-key")),
+        masterKey);
 
     ContainerHeader altered = header;
     if (field == QLatin1String("salt")) {
@@ -313,10 +313,10 @@ void TestVaultCrypto::masterKeyFailsWhenAHeaderFieldChanges()
     } else {
         altered.formatVersion = 4;
     }
-    QVERIFY(m_crypto
-                .decrypt(wrapped, wrapKey(altered), altered.crypto.nonce,
-                         m_crypto.associatedData(altered, "master-key"))
-                .isEmpty());
+    QVERIFY(
+        m_crypto
+            .decrypt(wrapped, wrapKey(altered), altered.crypto.nonce, altered.associatedData("master-key"))
+            .isEmpty());
 }
 
 void TestVaultCrypto::randomBytesHaveTheRequestedLength()

@@ -1,6 +1,6 @@
 #include "VaultFixture.h"
-#include "VaultIndex.h"
-#include "VaultPath.h"
+#include "core/index/VaultIndex.h"
+#include "core/index/VaultPath.h"
 
 #include <QtTest>
 

@@ -1,9 +1,9 @@
-#include "ContainerFile.h"
 #include "FailureInjection.h"
-#include "IndexCipher.h"
 #include "TestFiles.h"
-#include "VaultCrypto.h"
-#include "VaultManager.h"
+#include "core/container/ContainerFile.h"
+#include "core/container/IndexCipher.h"
+#include "core/crypto/VaultCrypto.h"
+#include "core/vault/VaultManager.h"
 
 #include <QBuffer>
 #include <QDir>
@@ -274,7 +274,7 @@ void TestVaultSession::changePasswordMovesPbkdf2VaultToArgon2id()
         crypto.deriveKey("senha antiga PBKDF2",
                          KdfParams{header.crypto.kdf, header.crypto.salt, header.crypto.kdfIterations, 64});
     header.crypto.encryptedMasterKey = crypto.encrypt(masterKey, passwordKey.left(32), header.crypto.nonce,
-                                                      crypto.associatedData(header, "master-key"));
+                                                      header.associatedData("master-key"));
     VaultIndex index;
     index.upsertDirectory(DirectoryEntry{QStringLiteral("Legado"), {}, {}});
     header.encryptedIndex = IndexCipher(crypto, masterKey.left(32)).encryptIndex(header, index);

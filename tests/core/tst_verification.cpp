@@ -1,8 +1,8 @@
-#include "ContainerFile.h"
 #include "LockedVaultEditor.h"
 #include "TestFiles.h"
 #include "VaultFixture.h"
-#include "VaultManager.h"
+#include "core/container/ContainerFile.h"
+#include "core/vault/VaultManager.h"
 
 #include <QDir>
 #include <QtTest>

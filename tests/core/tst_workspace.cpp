@@ -2,7 +2,7 @@
 #include "LockedVaultEditor.h"
 #include "TestFiles.h"
 #include "VaultFixture.h"
-#include "VaultManager.h"
+#include "core/vault/VaultManager.h"
 
 #include <QMessageAuthenticationCode>
 #include <QtTest>

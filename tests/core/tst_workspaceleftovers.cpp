@@ -1,8 +1,8 @@
 // What a session that ended without locking (a crash, kill -9, a pulled drive) leaves in the
 // workspace: changed copies are offered back at the next unlock, everything else is wiped.
 #include "TestFiles.h"
-#include "VaultManager.h"
 #include "WorkspaceFixture.h"
+#include "core/vault/VaultManager.h"
 
 #include <QtTest>
 

@@ -1,8 +1,8 @@
 // The container header reader on hostile files: it must refuse or read, never crash, hang or
 // allocate from a length it has not checked.
-#include "ContainerFile.h"
-#include "ContainerHeader.h"
 #include "FuzzContainer.h"
+#include "core/container/ContainerFile.h"
+#include "core/container/ContainerHeader.h"
 
 #include <QFileInfo>
 #include <QTemporaryDir>

@@ -1,6 +1,6 @@
 // The index reader on hostile JSON: whatever it accepts must write back and read again to the same
 // index, or the next change would silently alter the vault.
-#include "VaultIndex.h"
+#include "core/index/VaultIndex.h"
 
 #include <cstdlib>
 

@@ -1,6 +1,6 @@
 // Path normalisation on any text: a normalised path is stable, has no empty, "." or ".." segment,
 // and splits into a folder and a name that join back to it.
-#include "VaultPath.h"
+#include "core/index/VaultPath.h"
 
 #include <QStringList>
 

@@ -1,12 +1,12 @@
 // Writes the seed corpora of the fuzz targets: fuzz_seeds <folder>, which receives header/, unlock/,
 // index/ and path/. The committed seeds came from this program; run it again after a format change.
-#include "ContainerFile.h"
-#include "ContainerHeader.h"
 #include "FuzzContainer.h"
-#include "IndexCipher.h"
 #include "LockedVaultEditor.h"
-#include "VaultCrypto.h"
-#include "VaultIndex.h"
+#include "core/container/ContainerFile.h"
+#include "core/container/ContainerHeader.h"
+#include "core/container/IndexCipher.h"
+#include "core/crypto/VaultCrypto.h"
+#include "core/index/VaultIndex.h"
 
 #include <QCoreApplication>
 #include <QCryptographicHash>

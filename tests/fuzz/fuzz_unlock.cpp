@@ -1,10 +1,10 @@
 // Unlocking a mutated container with its right password, then reading back everything its index
 // names: every block read must be checked before it is trusted, every size before it is allocated.
-#include "ContainerFile.h"
-#include "ContainerHeader.h"
 #include "FuzzContainer.h"
-#include "VaultManager.h"
-#include "VerificationReport.h"
+#include "core/container/ContainerFile.h"
+#include "core/container/ContainerHeader.h"
+#include "core/vault/VaultManager.h"
+#include "core/vault/VerificationReport.h"
 
 #include <QBuffer>
 #include <QTemporaryDir>

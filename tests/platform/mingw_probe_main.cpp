@@ -1,6 +1,6 @@
 // Linked with the Win32 volume probe by a cross compiler, to prove that the Windows-only code
 // builds and links for Windows; it lists the USB drive letters when run there.
-#include "WindowsVolumeProbe.h"
+#include "platform/windows/WindowsVolumeProbe.h"
 
 #include <cstdio>
 

@@ -1,5 +1,5 @@
 // USB detection on Linux, run against fake /proc, /sys and /dev trees built per test.
-#include "LinuxDeviceManager.h"
+#include "platform/linux/LinuxDeviceManager.h"
 
 #include <QDir>
 #include <QFile>

@@ -1,5 +1,5 @@
 // The rules that turn Windows' answers into device records, fed with made-up answers.
-#include "WindowsDeviceRecords.h"
+#include "platform/windows/WindowsDeviceRecords.h"
 
 #include <QTest>
 

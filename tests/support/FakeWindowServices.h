@@ -1,6 +1,6 @@
 #pragma once
 
-#include "MainWindowServices.h"
+#include "ui/MainWindowServices.h"
 
 #include <QList>
 #include <QStringList>

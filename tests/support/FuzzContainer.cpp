@@ -1,11 +1,11 @@
 #include "FuzzContainer.h"
 
-#include "ContainerFile.h"
-#include "ContainerHeader.h"
-#include "IndexCipher.h"
-#include "KdfParams.h"
-#include "VaultCrypto.h"
-#include "VaultIndex.h"
+#include "core/container/ContainerFile.h"
+#include "core/container/ContainerHeader.h"
+#include "core/container/IndexCipher.h"
+#include "core/crypto/KdfParams.h"
+#include "core/crypto/VaultCrypto.h"
+#include "core/index/VaultIndex.h"
 
 #include <QFile>
 
@@ -79,7 +79,7 @@ bool FuzzContainer::writeEmptyVault(const QString& path)
                                              header.crypto.kdfIterations, VaultCrypto::DerivedKeySize});
     header.crypto.encryptedMasterKey =
         crypto.encrypt(masterKey, passwordKey.left(VaultCrypto::KeySize), header.crypto.nonce,
-                       crypto.associatedData(header, "master-key"));
+                       header.associatedData("master-key"));
     return IndexCipher(crypto, masterKey.left(VaultCrypto::KeySize)).sealInto(header, VaultIndex()) &&
            ContainerFile().writeNewContainer(path, header);
 }

@@ -1,8 +1,8 @@
 #include "LockedVaultEditor.h"
 
-#include "ContainerFile.h"
-#include "IndexCipher.h"
-#include "PayloadStore.h"
+#include "core/container/ContainerFile.h"
+#include "core/container/IndexCipher.h"
+#include "core/container/PayloadStore.h"
 
 #include <QBuffer>
 #include <QUuid>
@@ -26,7 +26,7 @@ bool LockedVaultEditor::open(const QString& container, const QByteArray& passwor
         m_crypto.deriveKey(password, KdfParams{m_header.crypto.kdf, m_header.crypto.salt,
                                                m_header.crypto.kdfIterations, VaultCrypto::DerivedKeySize});
     m_masterKey = m_crypto.decrypt(m_header.crypto.encryptedMasterKey, passwordKey.left(VaultCrypto::KeySize),
-                                   m_header.crypto.nonce, m_crypto.associatedData(m_header, "master-key"));
+                                   m_header.crypto.nonce, m_header.associatedData("master-key"));
     VaultCrypto::wipe(passwordKey);
     m_container.setFileName(container);
     return m_masterKey.size() == VaultCrypto::MasterKeySize &&
@@ -40,7 +40,7 @@ bool LockedVaultEditor::appendFile(const QString& vaultPath, const QByteArray& c
     QByteArray copy = contents;
     QBuffer source(&copy);
     source.open(QIODevice::ReadOnly);
-    const PayloadStore store(m_crypto, blockKey(), m_crypto.associatedData(ContainerHeader(), "file-block"));
+    const PayloadStore store(m_crypto, blockKey(), ContainerHeader().associatedData("file-block"));
     FileEntry entry;
     entry.id = QUuid::createUuid().toString(QUuid::WithoutBraces);
     entry.vaultPath = vaultPath;

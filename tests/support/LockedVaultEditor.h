@@ -1,8 +1,8 @@
 #pragma once
 
-#include "ContainerHeader.h"
-#include "VaultCrypto.h"
-#include "VaultIndex.h"
+#include "core/container/ContainerHeader.h"
+#include "core/crypto/VaultCrypto.h"
+#include "core/index/VaultIndex.h"
 
 #include <QByteArray>
 #include <QDateTime>

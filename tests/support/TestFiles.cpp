@@ -1,6 +1,6 @@
 #include "TestFiles.h"
 
-#include "VaultManager.h"
+#include "core/vault/VaultManager.h"
 
 #include <QDir>
 #include <QFile>

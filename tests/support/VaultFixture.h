@@ -1,6 +1,6 @@
 #pragma once
 
-#include "VaultManager.h"
+#include "core/vault/VaultManager.h"
 
 #include <QByteArray>
 #include <QString>

@@ -1,7 +1,7 @@
 #include "WindowFixture.h"
 
 #include "TestFiles.h"
-#include "VaultManager.h"
+#include "core/vault/VaultManager.h"
 
 #include <QAction>
 #include <QDir>

@@ -2,7 +2,7 @@
 
 #include "DialogDriver.h"
 #include "FakeWindowServices.h"
-#include "MainWindow.h"
+#include "ui/MainWindow.h"
 
 #include <QByteArray>
 #include <QDateTime>

@@ -10,8 +10,8 @@
 // Usage: velmarin-crash-harness --cli <velmarin-cli> --shim <libvelmarin_crashshim.so> [--quick]
 // Exit status 0 when every cut point survived.
 #include "FuzzContainer.h"
-#include "Sha256.h"
-#include "VaultManager.h"
+#include "core/crypto/Sha256.h"
+#include "core/vault/VaultManager.h"
 
 #include <QBuffer>
 #include <QCommandLineParser>

@@ -1,11 +1,11 @@
 // Locking on its own: the real window on a private D-Bus, where a stand-in for logind and the screen
 // savers announces sleep and locked sessions, and a container whose folder goes away.
 #include "FailureInjection.h"
-#include "LogindSessionEvents.h"
 #include "SessionBusFixture.h"
 #include "TestFiles.h"
-#include "VaultManager.h"
 #include "WindowFixture.h"
+#include "core/vault/VaultManager.h"
+#include "platform/linux/LogindSessionEvents.h"
 
 #include <QAbstractButton>
 #include <QAction>

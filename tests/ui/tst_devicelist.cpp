@@ -1,7 +1,7 @@
 // The device list: how devices read, which one is chosen after a refresh, and how the container's
 // drive is pointed out.
 #include "WindowFixture.h"
-#include "WindowsDeviceRecords.h"
+#include "platform/windows/WindowsDeviceRecords.h"
 
 #include <QAction>
 #include <QListWidget>

@@ -1,11 +1,11 @@
 // The change-password, help and about dialogs, and the dense list rows of the about dialog.
-#include "AboutDialog.h"
-#include "ChangePasswordDialog.h"
-#include "CompactListItemDelegate.h"
 #include "DialogDriver.h"
 #include "FakeWindowServices.h"
-#include "HelpDialog.h"
-#include "ProductInfo.h"
+#include "ui/AboutDialog.h"
+#include "ui/ChangePasswordDialog.h"
+#include "ui/CompactListItemDelegate.h"
+#include "ui/HelpDialog.h"
+#include "ui/ProductInfo.h"
 
 #include <QApplication>
 #include <QDialogButtonBox>

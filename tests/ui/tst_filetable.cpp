@@ -1,9 +1,9 @@
 // The file table: what each row shows and carries, its order for every column, and navigation.
-#include "DisplayFormat.h"
-#include "EntrySorting.h"
-#include "FileTypeIcons.h"
 #include "TestFiles.h"
 #include "WindowFixture.h"
+#include "core/index/DisplayFormat.h"
+#include "core/index/EntrySorting.h"
+#include "ui/FileTypeIcons.h"
 
 #include <QApplication>
 #include <QFileIconProvider>

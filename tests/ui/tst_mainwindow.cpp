@@ -1,11 +1,11 @@
 // The main window as a user meets it: layout, menus, enabled states, status fields and closing.
 #include "FailureInjection.h"
-#include "PadlockIcon.h"
-#include "ProgressDialogs.h"
 #include "TestFiles.h"
-#include "VaultManager.h"
 #include "WindowFixture.h"
-#include "WindowGeometry.h"
+#include "core/vault/VaultManager.h"
+#include "ui/PadlockIcon.h"
+#include "ui/ProgressDialogs.h"
+#include "ui/WindowGeometry.h"
 
 #include <QAction>
 #include <QApplication>

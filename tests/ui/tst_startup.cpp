@@ -1,11 +1,11 @@
 // The program's start-up as it ships: the real entry point runs in a child process, where a probe
 // registered for the application's construction reports what the user would see, then ends the
 // event loop the way the test asks.
-#include "AboutDialog.h"
-#include "ChangePasswordDialog.h"
 #include "FakeWindowServices.h"
-#include "HelpDialog.h"
-#include "MainWindow.h"
+#include "ui/AboutDialog.h"
+#include "ui/ChangePasswordDialog.h"
+#include "ui/HelpDialog.h"
+#include "ui/MainWindow.h"
 
 #include <QApplication>
 #include <QMessageBox>

@@ -1,11 +1,11 @@
 // Vault actions from the window: choosing, creating, unlocking, locking, backing up, changing the
 // password and compacting, with their guards, prompts and messages.
-#include "ContainerFile.h"
-#include "ContainerJournal.h"
 #include "FailureInjection.h"
 #include "TestFiles.h"
-#include "VaultManager.h"
 #include "WindowFixture.h"
+#include "core/container/ContainerFile.h"
+#include "core/container/ContainerJournal.h"
+#include "core/vault/VaultManager.h"
 
 #include <QAction>
 #include <QApplication>

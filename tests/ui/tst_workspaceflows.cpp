@@ -1,8 +1,8 @@
 // What the window says about the copies of files opened for editing: edits a crashed session left
 // behind, a workspace that is not private, and leftovers of other vaults found at start.
 #include "TestFiles.h"
-#include "VaultManager.h"
 #include "WindowFixture.h"
+#include "core/vault/VaultManager.h"
 
 #include <QStatusBar>
 #include <QTableWidget>

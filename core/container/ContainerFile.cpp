@@ -1,0 +1,279 @@
+#include "core/container/ContainerFile.h"
+
+#include "core/container/ContainerJournal.h"
+#include "core/container/FileSync.h"
+
+#include <QDir>
+#include <QFile>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QSaveFile>
+
+namespace Velmarin::Core {
+
+namespace {
+
+// Longer than any length line a writer could mean; bounds what a damaged file makes us read.
+constexpr qint64 MaxLengthLine = 4096;
+
+QString key(const char* name)
+{
+    return QString::fromLatin1(name);
+}
+
+QByteArray decodeBase64(const QJsonValue& value)
+{
+    return QByteArray::fromBase64(value.toString().toLatin1());
+}
+
+QString encodeBase64(const QByteArray& bytes)
+{
+    return QString::fromLatin1(bytes.toBase64());
+}
+
+CryptoHeader cryptoFromJson(const QJsonObject& object)
+{
+    CryptoHeader crypto;
+    crypto.kdf = object.value(key("kdf")).toString();
+    crypto.cipher = object.value(key("cipher")).toString();
+    crypto.kdfIterations = object.value(key("kdfIterations")).toInt(250000);
+    crypto.salt = decodeBase64(object.value(key("salt")));
+    crypto.nonce = decodeBase64(object.value(key("nonce")));
+    crypto.payloadNonce = decodeBase64(object.value(key("payloadNonce")));
+    crypto.authTag = decodeBase64(object.value(key("authTag")));
+    crypto.encryptedMasterKey = decodeBase64(object.value(key("encryptedMasterKey")));
+    return crypto;
+}
+
+} // namespace
+
+QString ContainerFile::defaultContainerPath(const QString& driveRoot)
+{
+    return QDir(driveRoot).filePath(DefaultFileName);
+}
+
+bool ContainerFile::readRawHeader(QFile& file, QByteArray& line, QByteArray& json)
+{
+    if (file.read(FileMagic.size()) != FileMagic) {
+        return false;
+    }
+    line = file.readLine(MaxLengthLine);
+    if (!line.endsWith('\n')) {
+        return false;
+    }
+    bool isNumber = false;
+    const qint64 length = line.trimmed().toLongLong(&isNumber, 10);
+    if (!isNumber || length < 1 || length > HeaderRegionSize) {
+        return false;
+    }
+    // Only the JSON is read; the zeros after it are not needed to know the header, but a file too
+    // short to hold the whole region is still refused.
+    if (file.size() < FileMagic.size() + line.size() + HeaderRegionSize) {
+        return false;
+    }
+    json = file.read(length);
+    return json.size() == length;
+}
+
+bool ContainerFile::readHeaderBytes(const QString& path, QByteArray& out) const
+{
+    QFile file(path);
+    QByteArray line;
+    QByteArray json;
+    if (!file.open(QIODevice::ReadOnly) || !readRawHeader(file, line, json)) {
+        return false;
+    }
+    out = line + json;
+    return true;
+}
+
+bool ContainerFile::readHeader(const QString& path, ContainerHeader& out) const
+{
+    QFile file(path);
+    QByteArray line;
+    QByteArray json;
+    if (!file.open(QIODevice::ReadOnly) || !readRawHeader(file, line, json)) {
+        return false;
+    }
+    const QJsonDocument document = QJsonDocument::fromJson(json);
+    if (!document.isObject()) {
+        return false;
+    }
+    const QJsonObject root = document.object();
+    const QJsonValue magic = root.value(key("magic"));
+    if (!magic.isString() || magic.toString().toLatin1() != ContainerHeader::MagicText ||
+        root.value(key("formatVersion")).toInt(0) != ContainerHeader::CurrentFormatVersion) {
+        return false;
+    }
+
+    ContainerHeader header;
+    header.formatVersion = ContainerHeader::CurrentFormatVersion;
+    header.crypto = cryptoFromJson(root.value(key("crypto")).toObject());
+    const QJsonValue fileIndex = root.value(key("fileIndex"));
+    if (fileIndex.isObject()) {
+        header.fileIndex =
+            VaultIndex::fromJson(QJsonDocument(fileIndex.toObject()).toJson(QJsonDocument::Compact));
+    }
+    header.encryptedIndex = decodeBase64(root.value(key("encryptedIndex")));
+    header.encryptedPayload = decodeBase64(root.value(key("encryptedPayload")));
+    const QJsonObject payloads = root.value(key("filePayloads")).toObject();
+    for (auto it = payloads.constBegin(); it != payloads.constEnd(); ++it) {
+        header.filePayloads.insert(it.key(), decodeBase64(it.value()));
+    }
+    header.payloadOffset = FileMagic.size() + line.size() + HeaderRegionSize;
+    header.headerLength = json.size();
+    out = std::move(header);
+    return true;
+}
+
+bool ContainerFile::writeNewContainer(const QString& path, const ContainerHeader& header,
+                                      const PayloadWriter& payloadWriter) const
+{
+    QSaveFile file(path);
+    if (!file.open(QIODevice::WriteOnly)) {
+        return false;
+    }
+    const QByteArray placeholder = QByteArray(LengthDigits, '0') + '\n' + QByteArray(HeaderRegionSize, '\0');
+    if (file.write(FileMagic) != FileMagic.size() || file.write(placeholder) != placeholder.size()) {
+        return false;
+    }
+    if (payloadWriter && !payloadWriter(file)) {
+        return false;
+    }
+    const QByteArray json = serializeHeader(header);
+    if (json.size() > HeaderRegionSize) {
+        return false;
+    }
+    const QByteArray bytes = headerBytes(json);
+    if (!file.seek(FileMagic.size()) || file.write(bytes) != bytes.size()) {
+        return false;
+    }
+    // The save file syncs its contents before taking the name; the name lives in the folder.
+    return file.commit() && FileSync::syncFolderOf(path);
+}
+
+bool ContainerFile::rewriteHeader(const QString& path, const ContainerHeader& header,
+                                  bool* oldHeaderKept) const
+{
+    if (oldHeaderKept != nullptr) {
+        *oldHeaderKept = true;
+    }
+    QFile file(path);
+    QByteArray line;
+    QByteArray oldJson;
+    if (!file.open(QIODevice::ReadWrite) || !readRawHeader(file, line, oldJson)) {
+        return false;
+    }
+    // A foreign writer may have left a shorter length line; our 21 bytes would then spill over the
+    // first block, so such a header is never rewritten in place.
+    if (line.size() != LengthDigits + 1) {
+        return false;
+    }
+    const QByteArray json = serializeHeader(header);
+    if (json.size() > HeaderRegionSize) {
+        return false;
+    }
+    const QByteArray oldHeader = line + oldJson;
+    const QByteArray newHeader = lengthLine(json.size()) + json;
+    // The rest of the region is zeros already; only what the old JSON covered and the new one no
+    // longer does needs clearing.
+    const QByteArray bytes = padded(newHeader, oldHeader.size());
+    // Until the new header is whole on the device, the journal can put the old one back.
+    if (!ContainerJournal::forHeaderChange(oldHeader, newHeader).write(path)) {
+        ContainerJournal::remove(path);
+        return false;
+    }
+    if (oldHeaderKept != nullptr) {
+        *oldHeaderKept = false;
+    }
+    if (!writeAt(file, FileMagic.size(), bytes)) {
+        file.close();
+        // The drive still answers, perhaps: the old header goes back while the journal still guards it.
+        QFile again(path);
+        if (!again.open(QIODevice::ReadWrite) ||
+            !writeAt(again, FileMagic.size(), padded(oldHeader, newHeader.size())) ||
+            !ContainerJournal::remove(path)) {
+            return false;
+        }
+        if (oldHeaderKept != nullptr) {
+            *oldHeaderKept = true;
+        }
+        return false;
+    }
+    // The new header is on the device; a journal that cannot be removed now is stale, and the next
+    // unlock removes it.
+    ContainerJournal::remove(path);
+    return true;
+}
+
+bool ContainerFile::restoreHeaderBytes(const QString& path, const QByteArray& header) const
+{
+    QFile file(path);
+    if (header.size() > LengthDigits + 1 + HeaderRegionSize || !file.open(QIODevice::ReadWrite) ||
+        file.read(FileMagic.size()) != FileMagic || file.size() < PayloadOffset) {
+        return false;
+    }
+    return writeAt(file, FileMagic.size(), padded(header, LengthDigits + 1 + HeaderRegionSize));
+}
+
+bool ContainerFile::clearAfterHeader(const QString& path, qint64 coveredBefore) const
+{
+    QFile file(path);
+    QByteArray line;
+    QByteArray json;
+    if (!file.open(QIODevice::ReadWrite) || !readRawHeader(file, line, json)) {
+        return false;
+    }
+    const qint64 end = line.size() + json.size();
+    const qint64 limit = qMin<qint64>(coveredBefore, LengthDigits + 1 + HeaderRegionSize);
+    return end >= limit || writeAt(file, FileMagic.size() + end, QByteArray(limit - end, '\0'));
+}
+
+bool ContainerFile::writeAt(QFile& file, qint64 offset, const QByteArray& bytes)
+{
+    return file.seek(offset) && file.write(bytes) == bytes.size() && FileSync::flushToDevice(file);
+}
+
+QByteArray ContainerFile::lengthLine(qint64 jsonSize)
+{
+    return QByteArray::number(jsonSize).rightJustified(LengthDigits, '0') + '\n';
+}
+
+QByteArray ContainerFile::padded(const QByteArray& header, qint64 coveredBefore)
+{
+    if (coveredBefore <= header.size()) {
+        return header;
+    }
+    return header + QByteArray(coveredBefore - header.size(), '\0');
+}
+
+QByteArray ContainerFile::serializeHeader(const ContainerHeader& header) const
+{
+    QJsonObject crypto;
+    crypto.insert(key("kdf"), header.crypto.kdf);
+    crypto.insert(key("cipher"), header.crypto.cipher);
+    crypto.insert(key("kdfIterations"), header.crypto.kdfIterations);
+    crypto.insert(key("salt"), encodeBase64(header.crypto.salt));
+    crypto.insert(key("nonce"), encodeBase64(header.crypto.nonce));
+    crypto.insert(key("payloadNonce"), encodeBase64(header.crypto.payloadNonce));
+    crypto.insert(key("authTag"), encodeBase64(header.crypto.authTag));
+    crypto.insert(key("encryptedMasterKey"), encodeBase64(header.crypto.encryptedMasterKey));
+
+    QJsonObject root;
+    root.insert(key("magic"), QString::fromLatin1(ContainerHeader::MagicText));
+    root.insert(key("formatVersion"), header.formatVersion);
+    root.insert(key("crypto"), crypto);
+    root.insert(key("encryptedIndex"), encodeBase64(header.encryptedIndex));
+    return QJsonDocument(root).toJson(QJsonDocument::Compact);
+}
+
+QByteArray ContainerFile::headerBytes(const QByteArray& json)
+{
+    QByteArray bytes = lengthLine(json.size());
+    bytes.reserve(LengthDigits + 1 + HeaderRegionSize);
+    bytes += json;
+    bytes += QByteArray(HeaderRegionSize - json.size(), '\0');
+    return bytes;
+}
+
+} // namespace Velmarin::Core

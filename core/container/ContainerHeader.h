@@ -1,0 +1,36 @@
+#pragma once
+
+#include "core/container/CryptoHeader.h"
+#include "core/index/VaultIndex.h"
+
+#include <QByteArray>
+#include <QMap>
+#include <QString>
+
+namespace Velmarin::Core {
+
+// The JSON header of a container, as read from or about to be written to its header region.
+struct ContainerHeader
+{
+    // The "magic" text inside the JSON; the file itself starts with FileMagic.
+    static inline const QByteArray MagicText = QByteArrayLiteral("VLTBOX");
+    static constexpr int CurrentFormatVersion = 3;
+
+    int formatVersion = CurrentFormatVersion;
+    CryptoHeader crypto;
+    // Legacy members: read and carried so such headers still open, never written.
+    VaultIndex fileIndex;
+    QByteArray encryptedIndex;
+    QByteArray encryptedPayload;
+    QMap<QString, QByteArray> filePayloads;
+    // Set by the reader: where the payload region starts in the file it came from, and the length of
+    // the JSON its length line announced.
+    qint64 payloadOffset = 0;
+    qint64 headerLength = 0;
+
+    // What each sealed part of the container is bound to, so a part cannot be moved to another
+    // label or to a header with other settings. label is "master-key", "index" or "file-block".
+    QByteArray associatedData(const QByteArray& label) const;
+};
+
+} // namespace Velmarin::Core

@@ -1,0 +1,44 @@
+#pragma once
+
+#include "core/container/ProgressCallback.h"
+#include "core/index/FileEntry.h"
+
+#include <QByteArray>
+#include <QString>
+
+class QIODevice;
+
+namespace Velmarin::Core {
+
+class VaultCrypto;
+
+// Moves file contents into and out of the payload region, one block of at most 16 MiB at a time,
+// so memory stays bounded by a block and its ciphertext whatever the file's size.
+class PayloadStore
+{
+public:
+    static constexpr qint64 BlockSize = 16777216;
+
+    // key is the 32-byte block key, associatedData the "file-block" string of the container.
+    PayloadStore(const VaultCrypto& crypto, const QByteArray& key, const QByteArray& associatedData);
+
+    // Reads source to its end and appends one encrypted block per piece at the container's current
+    // position, filling entry's blocks, sizeBytes and sha256. Reports (done, expectedTotal, label).
+    bool appendBlocks(QIODevice& source, QIODevice& container, qint64 expectedTotal, const QString& label,
+                      const ProgressCallback& progress, FileEntry& entry) const;
+
+    // Decrypts entry's blocks in order into destination; stops at the first block that does not
+    // authenticate, after the earlier ones were written.
+    bool exportBlocks(QIODevice& container, const FileEntry& entry, QIODevice& destination) const;
+
+    // Whether a block's recorded sizes are possible at all, checked before anything is allocated.
+    // An empty block is never written, and its empty plaintext could not be told from a failure.
+    static bool isPlausible(const BlockEntry& block);
+
+private:
+    const VaultCrypto& m_crypto;
+    QByteArray m_key;
+    QByteArray m_associatedData;
+};
+
+} // namespace Velmarin::Core

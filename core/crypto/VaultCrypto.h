@@ -1,0 +1,43 @@
+#pragma once
+
+#include "core/crypto/KdfParams.h"
+
+#include <QByteArray>
+
+namespace Velmarin::Core {
+
+// Stateless wrapper around the few primitives the vault uses. Every failure is an empty QByteArray.
+class VaultCrypto
+{
+public:
+    static constexpr int KeySize = 32;
+    static constexpr int NonceSize = 24;
+    static constexpr int TagSize = 16;
+    static constexpr int SaltSize = 16;
+    static constexpr int MasterKeySize = 64;
+    static constexpr int DerivedKeySize = 64;
+
+    // Argon2id cost, fixed in code and never stored in the container.
+    static constexpr unsigned long long Argon2OpsLimit = 3;
+    static constexpr size_t Argon2MemLimit = 268435456;
+
+    VaultCrypto();
+
+    QByteArray randomBytes(int count) const;
+    QByteArray deriveKey(const QByteArray& password, const KdfParams& params) const;
+    QByteArray encrypt(const QByteArray& plaintext, const QByteArray& key, const QByteArray& nonce,
+                       const QByteArray& associatedData) const;
+    QByteArray decrypt(const QByteArray& ciphertext, const QByteArray& key, const QByteArray& nonce,
+                       const QByteArray& associatedData) const;
+    // HMAC-SHA-256 of message under key (any length).
+    QByteArray hmacSha256(const QByteArray& key, const QByteArray& message) const;
+
+    // Overwrites and empties a byte array this process owns alone (a shared one would detach first).
+    static void wipe(QByteArray& secret);
+
+private:
+    static QByteArray pbkdf2HmacSha256(const QByteArray& password, const QByteArray& salt, int iterations,
+                                       int keyLength);
+};
+
+} // namespace Velmarin::Core

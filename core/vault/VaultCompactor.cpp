@@ -1,0 +1,196 @@
+#include "core/vault/VaultCompactor.h"
+
+#include "core/container/ContainerFile.h"
+#include "core/container/ContainerJournal.h"
+#include "core/container/ContainerLock.h"
+#include "core/container/ContainerRecovery.h"
+#include "core/container/IndexCipher.h"
+#include "core/container/PayloadStore.h"
+#include "core/index/ByteCount.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QStorageInfo>
+#include <QTemporaryDir>
+
+namespace Velmarin::Core {
+
+VaultCompactor::VaultCompactor(const ContainerFile& containerFile, const IndexCipher& cipher)
+    : m_containerFile(containerFile)
+    , m_cipher(cipher)
+{}
+
+QString VaultCompactor::replacingLabel()
+{
+    return QCoreApplication::translate("Velmarin::Core::VaultCompactor", "Substituindo container no USB");
+}
+
+bool VaultCompactor::compact(const QString& containerPath, const VaultIndex& liveIndex,
+                             const ProgressCallback& progress, QString* preservedPath,
+                             VaultIndex& compactedIndex) const
+{
+    ContainerHeader header;
+    if (!m_containerFile.readHeader(containerPath, header)) {
+        return false;
+    }
+    QFile oldContainer(containerPath);
+    if (!oldContainer.open(QIODevice::ReadOnly)) {
+        return false;
+    }
+    QTemporaryDir workFolder(QDir::tempPath() + QStringLiteral("/Velmarin-compact-XXXXXX"));
+    if (!workFolder.isValid()) {
+        return false;
+    }
+    // Removal is ours to decide: the folder must outlive a failed swap.
+    workFolder.setAutoRemove(false);
+    const QString newPath = workFolder.filePath(ContainerFile::DefaultFileName);
+
+    // The encrypted index can only be made once the blocks have their new offsets; the writer
+    // serialises this header after the payload, so filling it in from the payload writer is enough.
+    VaultIndex newIndex;
+    const bool written = m_containerFile.writeNewContainer(newPath, header, [&](QIODevice& device) {
+        return copyLiveBlocks(oldContainer, device, liveIndex, progress, newIndex) &&
+               m_cipher.sealInto(header, newIndex);
+    });
+    oldContainer.close();
+    if (!written || !verify(newPath, liveIndex)) {
+        workFolder.remove();
+        return false;
+    }
+    QString kept;
+    const bool replaced = hasRoomBeside(containerPath, QFileInfo(newPath).size())
+                              ? replaceBeside(newPath, containerPath, progress)
+                              : replaceInTurn(newPath, containerPath, progress, kept);
+    if (!replaced) {
+        // A preserved container keeps its folder, asked for or not: it is the only whole copy.
+        if (kept.isEmpty()) {
+            workFolder.remove();
+        } else if (preservedPath != nullptr) {
+            *preservedPath = kept;
+        }
+        return false;
+    }
+    compactedIndex = newIndex;
+    workFolder.remove();
+    return true;
+}
+
+bool VaultCompactor::hasRoomBeside(const QString& containerPath, qint64 newSize)
+{
+    const QStorageInfo drive(QFileInfo(containerPath).absolutePath());
+    return drive.isValid() && drive.bytesAvailable() >= newSize + RoomMargin;
+}
+
+bool VaultCompactor::replaceBeside(const QString& newPath, const QString& containerPath,
+                                   const ProgressCallback& progress) const
+{
+    // The old container stays whole under its name until the new one, whole and on the device,
+    // takes the name in one step.
+    const QString replacement = ContainerRecovery::replacementPathFor(containerPath);
+    if (!FileSync::copyFile(newPath, replacement, swapProgress(progress))) {
+        return false;
+    }
+    if (!FileSync::replaceFile(replacement, containerPath)) {
+        FileSync::removeFile(replacement);
+        return false;
+    }
+    return true;
+}
+
+bool VaultCompactor::replaceInTurn(const QString& newPath, const QString& containerPath,
+                                   const ProgressCallback& progress, QString& preservedPath) const
+{
+    // No room for two: the old container must go first. Until the new one is whole on the drive, a
+    // journal there names the local copy, so that the next unlock puts it back after a cut.
+    QByteArray oldHeader;
+    QByteArray newHeader;
+    if (!m_containerFile.readHeaderBytes(containerPath, oldHeader) ||
+        !m_containerFile.readHeaderBytes(newPath, newHeader)) {
+        return false;
+    }
+    const ContainerJournal journal = ContainerJournal::forCompaction(
+        oldHeader, QFileInfo(containerPath).size(), newHeader, QFileInfo(newPath).size(), newPath);
+    // Held while the drive has no whole container, which no container lock can guard.
+    ContainerLock journalLock;
+    if (!journal.write(containerPath) ||
+        journalLock.acquire(ContainerJournal::pathFor(containerPath)) != ContainerLock::Result::Acquired) {
+        ContainerJournal::remove(containerPath);
+        return false;
+    }
+    if (!FileSync::removeFile(containerPath)) {
+        journalLock.release();
+        ContainerJournal::remove(containerPath);
+        return false;
+    }
+    if (!FileSync::copyFile(newPath, containerPath, swapProgress(progress))) {
+        preservedPath = newPath;
+        return false;
+    }
+    journalLock.release();
+    // The new container is whole; a journal that cannot go now is stale and the next unlock removes it.
+    ContainerJournal::remove(containerPath);
+    return true;
+}
+
+FileSync::CopyProgress VaultCompactor::swapProgress(const ProgressCallback& progress)
+{
+    if (!progress) {
+        return {};
+    }
+    const QString label = replacingLabel();
+    return [progress, label](qint64 copied, qint64 total) { progress(copied, total, label); };
+}
+
+bool VaultCompactor::copyLiveBlocks(QIODevice& oldContainer, QIODevice& newContainer,
+                                    const VaultIndex& liveIndex, const ProgressCallback& progress,
+                                    VaultIndex& newIndex) const
+{
+    newIndex = VaultIndex();
+    for (const DirectoryEntry& directory : liveIndex.directories()) {
+        newIndex.upsertDirectory(directory);
+    }
+    qint64 total = 0;
+    for (const FileEntry& file : liveIndex.files()) {
+        total = addByteCount(total, file.sizeBytes);
+    }
+    qint64 done = 0;
+    for (const FileEntry& file : liveIndex.files()) {
+        FileEntry moved = file;
+        moved.blocks.clear();
+        for (const BlockEntry& block : file.blocks) {
+            if (!PayloadStore::isPlausible(block) || !oldContainer.seek(block.offset)) {
+                return false;
+            }
+            // Blocks move unchanged: their associated data does not depend on where they lie.
+            const QByteArray sealed = oldContainer.read(block.encryptedSize);
+            if (sealed.size() != block.encryptedSize) {
+                return false;
+            }
+            BlockEntry movedBlock = block;
+            movedBlock.offset = newContainer.pos();
+            if (newContainer.write(sealed) != sealed.size()) {
+                return false;
+            }
+            moved.blocks.append(movedBlock);
+            done += block.plainSize;
+            if (progress) {
+                progress(done, total, file.vaultPath);
+            }
+        }
+        newIndex.upsertFile(moved);
+    }
+    return true;
+}
+
+bool VaultCompactor::verify(const QString& newPath, const VaultIndex& liveIndex) const
+{
+    ContainerHeader header;
+    VaultIndex reread;
+    return m_containerFile.readHeader(newPath, header) && m_cipher.decryptIndex(header, reread) &&
+           reread.files().size() == liveIndex.files().size() &&
+           reread.directories().size() == liveIndex.directories().size();
+}
+
+} // namespace Velmarin::Core
