@@ -240,6 +240,16 @@ const DirectoryEntry* VaultIndex::findDirectory(const QString& path) const
     return findIgnoringCase(m_directories, path, directoryPath);
 }
 
+bool VaultIndex::crossesFile(const QString& path) const
+{
+    for (QString folder = parentVaultPath(path); !folder.isEmpty(); folder = parentVaultPath(folder)) {
+        if (fileExists(folder)) {
+            return true;
+        }
+    }
+    return false;
+}
+
 bool VaultIndex::hasEntriesBelow(const QString& folder) const
 {
     for (const DirectoryEntry& directory : m_directories) {

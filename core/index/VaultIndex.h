@@ -31,6 +31,8 @@ public:
     const DirectoryEntry* findDirectory(const QString& path) const;
     // True when any file or folder lies inside folder.
     bool hasEntriesBelow(const QString& folder) const;
+    // True when a file stands where one of path's folders would have to be.
+    bool crossesFile(const QString& path) const;
 
     // Adds a folder entry, stamped with one current UTC time, for every missing ancestor of path.
     void ensureParentDirectories(const QString& path);

@@ -1,12 +1,13 @@
 #pragma once
 
-#include "core/container/ContainerFile.h"
-#include "core/container/ContainerLock.h"
+#include "core/container/ContainerRecovery.h"
 #include "core/container/ProgressCallback.h"
-#include "core/crypto/SecretBytes.h"
-#include "core/crypto/VaultCrypto.h"
 #include "core/index/VaultIndex.h"
+#include "core/vault/EntryOperations.h"
+#include "core/vault/FileTransfer.h"
+#include "core/vault/VaultSession.h"
 #include "core/vault/VerificationReport.h"
+#include "core/vault/WorkspaceEdits.h"
 #include "core/workspace/Workspace.h"
 
 #include <QByteArray>
@@ -18,10 +19,9 @@ class QIODevice;
 
 namespace Velmarin::Core {
 
-class IndexCipher;
-class PayloadStore;
-
-// The vault engine: one container, its session and every operation on its contents.
+// The vault as the window and the command line see it: one container and its session. Creating,
+// unlocking, locking and changing the password happen here; the work on an open vault is done by
+// FileTransfer, EntryOperations and WorkspaceEdits over the shared VaultSession.
 // Operations answer only true or false; the caller chooses what to tell the user. Each change is
 // made on a copy of the index that becomes the live one only after the container header was written.
 class VaultManager
@@ -33,25 +33,9 @@ public:
         Unlocked = 1
     };
 
-    // A read-only session takes no workspace and refuses every change, so listing, exporting and
-    // checking a vault write nothing anywhere.
-    enum class Access
-    {
-        ReadWrite,
-        ReadOnly
-    };
-
+    using Access = VaultSession::Access;
     // What had to be put back from a journal beside the container, after a change was cut short.
-    enum class Recovery
-    {
-        Nothing,
-        // The header from before the interrupted change: that change is lost, nothing else.
-        HeaderRestored,
-        // The compacted container, from its copy on the local disk.
-        ContainerRestored,
-        // A journal is there but the container could not be made whole; everything was left as it was.
-        Failed
-    };
+    using Recovery = ContainerRecovery::Outcome;
 
     // Files opened for editing go to a workspace below workspaceRoot (see Workspace::defaultRoot).
     // Without a root the session takes no workspace and opens nothing for editing.
@@ -71,7 +55,7 @@ public:
     void lockKeepingEdits();
     // What the last unlock, recover or changePassword had to put back first (never in read-only
     // sessions, which write nothing).
-    Recovery lastRecovery() const { return m_recovery; }
+    Recovery lastRecovery() const { return m_session.lastRecovery(); }
     // Finishes or undoes a change that was cut short, without a password; while locked only.
     Recovery recover(const QString& containerPath);
     // Whether a change was cut short beside containerPath (its journal is there), even when no
@@ -80,11 +64,11 @@ public:
     bool changePassword(const QString& containerPath, const QByteArray& currentPassword,
                         const QByteArray& newPassword);
 
-    State state() const { return m_state; }
-    bool isUnlocked() const { return m_state == State::Unlocked; }
-    Access access() const { return m_access; }
-    QString containerPath() const { return m_containerPath; }
-    const VaultIndex& index() const { return m_index; }
+    State state() const { return isUnlocked() ? State::Unlocked : State::Locked; }
+    bool isUnlocked() const { return m_session.isOpen(); }
+    Access access() const { return m_session.access(); }
+    QString containerPath() const { return m_session.containerPath(); }
+    const VaultIndex& index() const { return m_session.index(); }
     QString workspaceDirectory() const { return m_workspace.directory(); }
     QString workspaceRoot() const { return m_workspace.root(); }
     // Why the last unlock or openForEdit could not use the workspace.
@@ -123,54 +107,24 @@ public:
     bool openForEdit(const QString& vaultPath, QString* localPath);
     bool isOpenForEdit(const QString& vaultPath) const;
 
-    bool compactVault(const ProgressCallback& progress, QString* preservedPath);
+    // Every block is authenticated as it is copied. When some are damaged the container is left as
+    // it was, and damagedFiles (if given) names each damaged file; it is empty after any other failure.
+    bool compactVault(const ProgressCallback& progress, QString* preservedPath,
+                      QStringList* damagedFiles = nullptr);
 
     // Decrypts every block of every file and checks sizes and digests; works in read-only sessions.
     // False when the container could not be read at all; damage found goes into report.
     bool verifyContents(VerificationReport& report, const ProgressCallback& progress = {}) const;
 
 private:
-    // Unlocked, and not read-only.
-    bool canChange() const;
-    // Wipes the keys and the index and gives up the container.
+    // Ends the session: the keys and the index are wiped and the container given up.
     void endSession();
-    // Imports the copies of files opened for editing, read through the workspace's own folders.
-    bool bringBack(const QList<EditedFile>& copies);
-    // Names the container's workspace without telling anyone who lacks the key which container it is.
-    QString workspaceId() const;
-    // True when a file stands where one of path's folders would have to be.
-    bool crossesFile(const QString& path) const;
-    QByteArray blockKey() const;
-    PayloadStore payloadStore() const;
-    // A copy of the live index with the file at oldPath (any letter case) moved to newPath.
-    VaultIndex withFileRenamed(const QString& oldPath, const QString& newPath) const;
-    IndexCipher indexCipher() const;
-    SecretBytes derivePasswordKey(const ContainerHeader& header, const QByteArray& password) const;
-    QByteArray wrapMasterKey(const ContainerHeader& header, const QByteArray& password,
-                             const QByteArray& masterKey) const;
-    SecretBytes unwrapMasterKey(const ContainerHeader& header, const QByteArray& password) const;
-    // Writes newIndex into the container header and, only then, makes it the live index.
-    bool saveIndex(const VaultIndex& newIndex);
-    // oldHeaderKept: see ContainerFile::rewriteHeader.
-    bool saveIndex(ContainerHeader& header, const VaultIndex& newIndex, bool* oldHeaderKept = nullptr);
-    // The container's header, recovered first when an earlier change left it torn.
-    bool readCurrentHeader(ContainerHeader& header);
-    // recover, for a caller that holds the container's lock or knows there is no container.
-    Recovery recoverContainer(const QString& containerPath);
-    // Puts the container back to size after a failed append.
-    static void truncateContainer(QFile& container, const QString& path, qint64 size);
 
-    VaultCrypto m_crypto;
-    ContainerFile m_containerFile;
-    // Held from unlock to lock, so no other session writes the same container.
-    ContainerLock m_lock;
+    VaultSession m_session;
     Workspace m_workspace;
-    State m_state = State::Locked;
-    Recovery m_recovery = Recovery::Nothing;
-    Access m_access = Access::ReadWrite;
-    QString m_containerPath;
-    SecretBytes m_masterKey;
-    VaultIndex m_index;
+    FileTransfer m_transfer{m_session};
+    EntryOperations m_entries{m_session, m_workspace};
+    WorkspaceEdits m_edits{m_session, m_workspace, m_transfer};
 };
 
 } // namespace Velmarin::Core

@@ -1,0 +1,84 @@
+#pragma once
+
+#include "core/container/ContainerFile.h"
+#include "core/container/ContainerLock.h"
+#include "core/container/ContainerRecovery.h"
+#include "core/crypto/SecretBytes.h"
+#include "core/crypto/VaultCrypto.h"
+#include "core/index/VaultIndex.h"
+
+#include <QString>
+
+namespace Velmarin::Core {
+
+class IndexCipher;
+class PayloadStore;
+
+// What an unlocked vault holds while it is open (the container it came from and its lock, the
+// master key, the live index) and the one way the index changes: a new index is sealed into the
+// container's header, and only once that write succeeded does it become the live one. The
+// operations on a vault (FileTransfer, EntryOperations, WorkspaceEdits) share one session.
+class VaultSession
+{
+public:
+    // A read-only session refuses every change, so listing, exporting and checking a vault write
+    // nothing anywhere.
+    enum class Access
+    {
+        ReadWrite,
+        ReadOnly
+    };
+
+    VaultSession() = default;
+    VaultSession(const VaultSession&) = delete;
+    VaultSession& operator=(const VaultSession&) = delete;
+
+    void open(const QString& containerPath, SecretBytes masterKey, VaultIndex index, Access access);
+    // Wipes the keys and the index and gives up the container.
+    void close();
+
+    bool isOpen() const { return m_open; }
+    // Open, and not read-only.
+    bool canChange() const { return m_open && m_access == Access::ReadWrite; }
+    Access access() const { return m_access; }
+    QString containerPath() const { return m_containerPath; }
+    const VaultIndex& index() const { return m_index; }
+    const VaultCrypto& crypto() const { return m_crypto; }
+    const ContainerFile& containerFile() const { return m_containerFile; }
+    ContainerLock& lock() { return m_lock; }
+
+    QByteArray blockKey() const;
+    IndexCipher indexCipher() const;
+    PayloadStore payloadStore() const;
+    // Names the container's workspace without telling anyone who lacks the key which container it is.
+    QString workspaceId() const;
+
+    // The container's header, recovered first when an earlier change left it torn.
+    bool readCurrentHeader(ContainerHeader& header);
+    // Writes newIndex into the container header and, only then, makes it the live index.
+    bool saveIndex(const VaultIndex& newIndex);
+    // oldHeaderKept: see ContainerFile::rewriteHeader.
+    bool saveIndex(ContainerHeader& header, const VaultIndex& newIndex, bool* oldHeaderKept = nullptr);
+    // For a container rebuilt as a whole (compaction), whose header already holds newIndex.
+    void installIndex(VaultIndex newIndex) { m_index = std::move(newIndex); }
+
+    // Finishes or undoes a change cut short beside containerPath, for a caller that holds the
+    // container's lock or knows there is no container. What was put back is kept for lastRecovery.
+    ContainerRecovery::Outcome recoverContainer(const QString& containerPath);
+    ContainerRecovery::Outcome lastRecovery() const { return m_recovery; }
+    void forgetRecovery() { m_recovery = ContainerRecovery::Outcome::Nothing; }
+
+private:
+    VaultCrypto m_crypto;
+    ContainerFile m_containerFile;
+    // Held from unlock to lock, so no other session writes the same container.
+    ContainerLock m_lock;
+    bool m_open = false;
+    Access m_access = Access::ReadWrite;
+    ContainerRecovery::Outcome m_recovery = ContainerRecovery::Outcome::Nothing;
+    QString m_containerPath;
+    SecretBytes m_masterKey;
+    VaultIndex m_index;
+};
+
+} // namespace Velmarin::Core

@@ -1,0 +1,39 @@
+#pragma once
+
+#include "core/workspace/EditedFile.h"
+
+#include <QList>
+#include <QString>
+
+namespace Velmarin::Core {
+
+class FileTransfer;
+class VaultSession;
+class Workspace;
+
+// Files opened for editing: a plaintext copy goes into the session's private workspace, and what
+// the user changed there comes back into the vault at lock, or at the next unlock when a session
+// ended without locking.
+class WorkspaceEdits
+{
+public:
+    WorkspaceEdits(VaultSession& session, Workspace& workspace, FileTransfer& transfer);
+
+    bool openForEdit(const QString& vaultPath, QString* localPath);
+    bool isOpenForEdit(const QString& vaultPath) const;
+    // Imports each copy the user changed under its vault path. False when one could not be stored:
+    // that one and those after it stay in the workspace.
+    bool bringBackChanged();
+    // The same for the copies an earlier session left, which are wiped once all are stored.
+    bool bringBackLeftovers();
+
+private:
+    // Imports the copies, read through the workspace's own folders.
+    bool bringBack(const QList<EditedFile>& copies);
+
+    VaultSession& m_session;
+    Workspace& m_workspace;
+    FileTransfer& m_transfer;
+};
+
+} // namespace Velmarin::Core
