@@ -13,12 +13,6 @@
 
 namespace Velmarin::Core {
 
-namespace {
-
-constexpr int MinimumPasswordLength = 12;
-
-} // namespace
-
 VaultManager::VaultManager(const QString& workspaceRoot)
     : m_workspace(workspaceRoot)
 {}
@@ -27,7 +21,12 @@ VaultManager::~VaultManager() = default;
 
 bool VaultManager::isPasswordAcceptable(const QByteArray& password)
 {
-    return QString::fromUtf8(password).size() >= MinimumPasswordLength;
+    return isPasswordAcceptable(QString::fromUtf8(password));
+}
+
+bool VaultManager::isPasswordAcceptable(const QString& password)
+{
+    return password.size() >= MinimumPasswordLength;
 }
 
 bool VaultManager::createVault(const QString& containerPath, const QByteArray& password)
@@ -249,6 +248,11 @@ bool VaultManager::directoryExists(const QString& path) const
 {
     const QString normalized = normalizeVaultPath(path);
     return !normalized.isEmpty() && index().directoryExists(normalized);
+}
+
+bool VaultManager::entryExists(const QString& path) const
+{
+    return fileExists(path) || directoryExists(path);
 }
 
 bool VaultManager::isOpenForEdit(const QString& vaultPath) const

@@ -4,6 +4,7 @@
 #include "core/container/ProgressCallback.h"
 #include "core/index/VaultIndex.h"
 #include "core/vault/EntryOperations.h"
+#include "core/vault/Failure.h"
 #include "core/vault/FileTransfer.h"
 #include "core/vault/VaultSession.h"
 #include "core/vault/VerificationReport.h"
@@ -85,7 +86,13 @@ public:
     QStringList strayWorkspaces() const { return Workspace::strayWorkspaces(m_workspace.root()); }
     bool removeStrayWorkspaces() { return Workspace::removeStrayWorkspaces(m_workspace.root()); }
 
+    // Passwords shorter than this, in characters, are refused for new vaults and new passwords.
+    static constexpr int MinimumPasswordLength = 12;
     static bool isPasswordAcceptable(const QByteArray& password);
+    static bool isPasswordAcceptable(const QString& password);
+
+    // Why the last operation that answered false failed; Reason::None after one that succeeded.
+    const Failure& lastFailure() const { return m_session.failure(); }
 
     bool importFile(const QString& sourcePath, const QString& vaultPath,
                     const ProgressCallback& progress = {});
@@ -103,6 +110,8 @@ public:
     bool renameFolder(const QString& oldPath, const QString& newPath);
     bool fileExists(const QString& path) const;
     bool directoryExists(const QString& path) const;
+    // A file or a folder, in any letter case: what a new entry at path would clash with.
+    bool entryExists(const QString& path) const;
 
     bool openForEdit(const QString& vaultPath, QString* localPath);
     bool isOpenForEdit(const QString& vaultPath) const;

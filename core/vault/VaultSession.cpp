@@ -85,6 +85,17 @@ bool VaultSession::saveIndex(ContainerHeader& header, const VaultIndex& newIndex
     return true;
 }
 
+bool VaultSession::fail(Failure::Reason reason, const QString& path, const QString& systemError)
+{
+    m_failure = Failure{reason, path, systemError};
+    return false;
+}
+
+bool VaultSession::failUnlessKnown(Failure::Reason reason, const QString& path)
+{
+    return m_failure.reason != Failure::Reason::None ? false : fail(reason, path);
+}
+
 ContainerRecovery::Outcome VaultSession::recoverContainer(const QString& containerPath)
 {
     using Outcome = ContainerRecovery::Outcome;

@@ -6,6 +6,7 @@
 #include "core/crypto/SecretBytes.h"
 #include "core/crypto/VaultCrypto.h"
 #include "core/index/VaultIndex.h"
+#include "core/vault/Failure.h"
 
 #include <QString>
 
@@ -66,6 +67,14 @@ public:
     // container's lock or knows there is no container. What was put back is kept for lastRecovery.
     ContainerRecovery::Outcome recoverContainer(const QString& containerPath);
     ContainerRecovery::Outcome lastRecovery() const { return m_recovery; }
+
+    // Every operation starts with a clean slate and records why it failed before answering false.
+    void clearFailure() { m_failure = Failure(); }
+    bool fail(Failure::Reason reason, const QString& path = QString(),
+              const QString& systemError = QString());
+    // Keeps a reason a lower step already recorded; records reason only when there is none yet.
+    bool failUnlessKnown(Failure::Reason reason, const QString& path = QString());
+    const Failure& failure() const { return m_failure; }
     void forgetRecovery() { m_recovery = ContainerRecovery::Outcome::Nothing; }
 
 private:
@@ -76,6 +85,7 @@ private:
     bool m_open = false;
     Access m_access = Access::ReadWrite;
     ContainerRecovery::Outcome m_recovery = ContainerRecovery::Outcome::Nothing;
+    Failure m_failure;
     QString m_containerPath;
     SecretBytes m_masterKey;
     VaultIndex m_index;
