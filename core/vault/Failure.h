@@ -28,6 +28,8 @@ struct Failure
         // A change was cut short and its journal could not put the container right.
         InterruptedChange,
         PasswordTooShort,
+        // The key could not be derived from the password: Argon2id needs memory the system refused.
+        NotEnoughMemory,
         // Lock: an edited copy (path) could not be stored; the vault stays unlocked.
         EditNotSaved,
         // The private workspace for copies opened for editing cannot be used (see workspaceProblem).
