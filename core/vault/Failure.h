@@ -35,6 +35,8 @@ struct Failure
         // The private workspace for copies opened for editing cannot be used (see workspaceProblem).
         WorkspaceUnavailable,
         NoSpace,
+        // The index has no more room in the container's header region: no more entries fit.
+        IndexFull,
         // The container would pass the largest file the drive's file system can hold.
         FileTooLargeForFileSystem,
         // The file to import (path) could not be opened or read.
