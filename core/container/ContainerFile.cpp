@@ -92,37 +92,34 @@ bool ContainerFile::readHeader(const QString& path, ContainerHeader& out) const
     QFile file(path);
     QByteArray line;
     QByteArray json;
-    if (!file.open(QIODevice::ReadOnly) || !readRawHeader(file, line, json)) {
+    ContainerHeader header;
+    if (!file.open(QIODevice::ReadOnly) || !readRawHeader(file, line, json) || !parseHeader(json, header)) {
         return false;
     }
+    header.payloadOffset = FileMagic.size() + line.size() + HeaderRegionSize;
+    header.headerLength = json.size();
+    out = std::move(header);
+    return true;
+}
+
+bool ContainerFile::parseHeader(const QByteArray& json, ContainerHeader& out)
+{
     const QJsonDocument document = QJsonDocument::fromJson(json);
     if (!document.isObject()) {
         return false;
     }
     const QJsonObject root = document.object();
     const QJsonValue magic = root.value(key("magic"));
+    // Any other version, newer ones included, is refused whole: its fields may mean other things.
     if (!magic.isString() || magic.toString().toLatin1() != ContainerHeader::MagicText ||
         root.value(key("formatVersion")).toInt(0) != ContainerHeader::CurrentFormatVersion) {
         return false;
     }
-
-    ContainerHeader header;
-    header.formatVersion = ContainerHeader::CurrentFormatVersion;
-    header.crypto = cryptoFromJson(root.value(key("crypto")).toObject());
-    const QJsonValue fileIndex = root.value(key("fileIndex"));
-    if (fileIndex.isObject()) {
-        header.fileIndex =
-            VaultIndex::fromJson(QJsonDocument(fileIndex.toObject()).toJson(QJsonDocument::Compact));
-    }
-    header.encryptedIndex = decodeBase64(root.value(key("encryptedIndex")));
-    header.encryptedPayload = decodeBase64(root.value(key("encryptedPayload")));
-    const QJsonObject payloads = root.value(key("filePayloads")).toObject();
-    for (auto it = payloads.constBegin(); it != payloads.constEnd(); ++it) {
-        header.filePayloads.insert(it.key(), decodeBase64(it.value()));
-    }
-    header.payloadOffset = FileMagic.size() + line.size() + HeaderRegionSize;
-    header.headerLength = json.size();
-    out = std::move(header);
+    out.formatVersion = ContainerHeader::CurrentFormatVersion;
+    out.crypto = cryptoFromJson(root.value(key("crypto")).toObject());
+    // Older writers also left fileIndex, encryptedPayload and filePayloads here. Nothing reads them,
+    // so they stay in the JSON unparsed, and the next rewrite drops them.
+    out.encryptedIndex = decodeBase64(root.value(key("encryptedIndex")));
     return true;
 }
 

@@ -30,6 +30,13 @@ public:
 
     // Fills out only on success.
     bool readHeader(const QString& path, ContainerHeader& out) const;
+    // readHeader's two steps, for ContainerProbe to tell why a file does not read. The first reads,
+    // from the start of file, the magic, the length line and the JSON that line announces, after
+    // checking that the file holds the whole header region.
+    static bool readRawHeader(QFile& file, QByteArray& line, QByteArray& json);
+    // The second checks the JSON's magic and version and fills out's fields from it, not the
+    // offsets; out may be partly filled on failure.
+    static bool parseHeader(const QByteArray& json, ContainerHeader& out);
     // The length line and the JSON exactly as they stand in the file, after the same checks as
     // readHeader's up to the JSON itself: what a journal keeps and compares.
     bool readHeaderBytes(const QString& path, QByteArray& out) const;
@@ -57,8 +64,6 @@ private:
     static QByteArray lengthLine(qint64 jsonSize);
     // header followed by the zeros that clear what an earlier header of coveredBefore bytes left.
     static QByteArray padded(const QByteArray& header, qint64 coveredBefore);
-    // From after the magic: the length line and the JSON it announces.
-    static bool readRawHeader(QFile& file, QByteArray& line, QByteArray& json);
     static bool writeAt(QFile& file, qint64 offset, const QByteArray& bytes);
 };
 

@@ -1,11 +1,8 @@
 #pragma once
 
 #include "core/container/CryptoHeader.h"
-#include "core/index/VaultIndex.h"
 
 #include <QByteArray>
-#include <QMap>
-#include <QString>
 
 namespace Velmarin::Core {
 
@@ -18,11 +15,7 @@ struct ContainerHeader
 
     int formatVersion = CurrentFormatVersion;
     CryptoHeader crypto;
-    // Legacy members: read and carried so such headers still open, never written.
-    VaultIndex fileIndex;
     QByteArray encryptedIndex;
-    QByteArray encryptedPayload;
-    QMap<QString, QByteArray> filePayloads;
     // Set by the reader: where the payload region starts in the file it came from, and the length of
     // the JSON its length line announced.
     qint64 payloadOffset = 0;

@@ -38,8 +38,6 @@ bool IndexCipher::decryptIndex(const ContainerHeader& header, VaultIndex& out) c
 bool IndexCipher::sealInto(ContainerHeader& header, const VaultIndex& index) const
 {
     header.crypto.authTag.clear();
-    header.encryptedPayload.clear();
-    header.filePayloads.clear();
     header.crypto.payloadNonce = m_crypto.randomBytes(VaultCrypto::NonceSize);
     header.encryptedIndex = encryptIndex(header, index);
     return !header.encryptedIndex.isEmpty();
