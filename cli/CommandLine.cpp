@@ -221,7 +221,7 @@ QString CommandLine::toolHelp() const
               "  1  a operação falhou\n"
               "  2  uso incorreto: argumentos, caminho ou nome inválidos\n"
               "  3  não é um container, senha incorreta ou container alterado\n"
-              "  4  verify encontrou danos\n"
+              "  4  verify ou compact encontrou danos\n"
               "  5  o cofre está aberto em outra janela ou programa do Velmarin\n"
               "\n"
               "Use \"%1 <comando> --help\" para a ajuda de um comando.\n")

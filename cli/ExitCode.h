@@ -14,7 +14,7 @@ enum ExitCode : int
     UsageError = 2,
     // Not a container, a wrong password or a container altered since it was written.
     NoAccess = 3,
-    // verify read everything and found damaged files.
+    // verify read everything and found damaged files, or compact found some and changed nothing.
     DamageFound = 4,
     // Another Velmarin session (a window, another command) has the container open.
     InUse = 5

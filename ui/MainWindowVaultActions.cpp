@@ -25,6 +25,23 @@ QString containerFilter()
                                        "Velmarin Container (*.vltx);;Todos os arquivos (*.*)");
 }
 
+// A box taller than the screen would hide its own button: past ten names the rest are counted.
+QString damagedFilesText(const QStringList& damagedFiles)
+{
+    constexpr qsizetype MostNames = 10;
+    QStringList shown = damagedFiles;
+    if (shown.size() > MostNames) {
+        // Always two or more left over, so the count reads "arquivos".
+        shown = damagedFiles.mid(0, MostNames - 1);
+        shown << QCoreApplication::translate("Velmarin::UI::MainWindow", "e mais %1 arquivos")
+                     .arg(damagedFiles.size() - shown.size());
+    }
+    return QCoreApplication::translate("Velmarin::UI::MainWindow",
+                                       "O cofre não foi compactado porque estes arquivos estão danificados:"
+                                       "\n\n%1\n\nNada foi alterado: o container continua como estava.")
+        .arg(shown.join(QLatin1Char('\n')));
+}
+
 } // namespace
 
 void MainWindow::chooseContainer()
@@ -282,13 +299,16 @@ void MainWindow::compactVault()
                                                 tr("Compactando o cofre...\n\nSerá criado temporariamente um "
                                                    "container criptografado no disco local."));
     QString preservedPath;
-    const bool compacted =
-        m_vault.compactVault(ProgressDialogs::compactionAdapter(progress.get()), &preservedPath);
+    QStringList damagedFiles;
+    const bool compacted = m_vault.compactVault(ProgressDialogs::compactionAdapter(progress.get()),
+                                                &preservedPath, &damagedFiles);
     progress->setValue(progress->maximum());
     progress->close();
 
     if (!compacted) {
-        if (preservedPath.isEmpty()) {
+        if (!damagedFiles.isEmpty()) {
+            MessageBoxes::warning(this, title, damagedFilesText(damagedFiles));
+        } else if (preservedPath.isEmpty()) {
             MessageBoxes::warning(this, title, tr("Não foi possível compactar o cofre."));
         } else {
             MessageBoxes::warning(this, title,

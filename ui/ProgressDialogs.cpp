@@ -50,9 +50,11 @@ int ProgressDialogs::importValue(qint64 done, qint64 total)
 Core::ProgressCallback ProgressDialogs::compactionAdapter(QProgressDialog* dialog)
 {
     return [dialog](qint64 done, qint64 total, const QString& label) {
+        // The engine reports the container swap without words; the window says what it is.
+        const QString phase = Core::isContainerSwap(label) ? tr("Substituindo container no USB") : label;
         dialog->setValue(compactionValue(done, total));
         dialog->setLabelText(
-            tr("%1...\n%2 de %3").arg(label, Core::formatDataSize(done), Core::formatDataSize(total)));
+            tr("%1...\n%2 de %3").arg(phase, Core::formatDataSize(done), Core::formatDataSize(total)));
         QCoreApplication::processEvents();
     };
 }

@@ -26,6 +26,8 @@ public:
     static int compactionValue(qint64 done, qint64 total);
     static int importValue(qint64 done, qint64 total);
 
+    // A label is the file being copied, or the container swap (Core::isContainerSwap), which the
+    // dialog calls "Substituindo container no USB".
     static Core::ProgressCallback compactionAdapter(QProgressDialog* dialog);
     static Core::ProgressCallback importAdapter(QProgressDialog* dialog, const QString& speedNote);
     // A backup's (done, total); an empty container fills the bar at once.

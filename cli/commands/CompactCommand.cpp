@@ -17,11 +17,12 @@ CommandInfo CompactCommand::info() const
     info.synopsis = tr("<container>");
     info.summary = tr("Compacta o cofre, removendo dados de arquivos excluídos.");
     info.description =
-        tr("Reconstrói o container sem os dados de arquivos já excluídos. Durante a operação, é criado "
-           "temporariamente um container criptografado no disco local; nenhum arquivo descriptografado é "
-           "gravado "
-           "fora do cofre. Se a cópia final para o container falhar, o container compactado é preservado e o "
-           "caminho dele é informado.");
+        tr("Reconstrói o container sem os dados de arquivos já excluídos, conferindo a autenticação de cada "
+           "bloco copiado. Durante a operação, é criado temporariamente um container criptografado no disco "
+           "local; nenhum arquivo descriptografado é gravado fora do cofre. Se algum arquivo estiver "
+           "danificado, nada é alterado e os arquivos danificados são listados (código de saída 4). Se a "
+           "cópia final para o container falhar, o container compactado é preservado e o caminho dele é "
+           "informado.");
     info.passwords = CommandInfo::Passwords::Current;
     return info;
 }
@@ -37,10 +38,21 @@ int CompactCommand::run(const CommandContext& context)
     }
     const qint64 sizeBefore = QFileInfo(container).size();
     QString preservedPath;
+    QStringList damagedFiles;
     const bool compacted = access.vault().compactVault(
-        [&](qint64 done, qint64 total, const QString& label) { console.progress(label, done, total); },
-        &preservedPath);
+        [&](qint64 done, qint64 total, const QString& label) {
+            console.progress(Core::isContainerSwap(label) ? tr("Substituindo container no USB") : label, done,
+                             total);
+        },
+        &preservedPath, &damagedFiles);
     console.endProgress();
+    if (!damagedFiles.isEmpty()) {
+        console.message(
+            tr("O cofre não foi compactado porque estes arquivos estão danificados:\n%1\nNada foi "
+               "alterado: o container continua como estava.")
+                .arg(damagedFiles.join(QLatin1Char('\n'))));
+        return DamageFound;
+    }
     if (!compacted) {
         console.message(preservedPath.isEmpty()
                             ? tr("Não foi possível compactar o cofre.")

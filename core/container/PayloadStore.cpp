@@ -52,21 +52,35 @@ bool PayloadStore::appendBlocks(QIODevice& source, QIODevice& container, qint64 
 bool PayloadStore::exportBlocks(QIODevice& container, const FileEntry& entry, QIODevice& destination) const
 {
     for (const BlockEntry& block : entry.blocks) {
-        if (!isPlausible(block) || !container.seek(block.offset)) {
-            return false;
-        }
-        const QByteArray sealed = container.read(block.encryptedSize);
-        if (sealed.size() != block.encryptedSize) {
-            return false;
-        }
-        const PlaintextBuffer plain(m_crypto.decrypt(sealed, m_key, block.nonce, m_associatedData));
+        QByteArray sealed;
+        PlaintextBuffer plain;
         // Handed over as raw bytes: a device keeping a shared copy of the array would outlive the wipe.
-        if (plain.size() != block.plainSize ||
+        if (!readBlock(container, block, sealed, plain) ||
             destination.write(plain.bytes().constData(), plain.size()) != plain.size()) {
             return false;
         }
     }
     return true;
+}
+
+bool PayloadStore::readAuthentic(QIODevice& container, const BlockEntry& block, QByteArray& sealed) const
+{
+    PlaintextBuffer plain;
+    return readBlock(container, block, sealed, plain);
+}
+
+bool PayloadStore::readBlock(QIODevice& container, const BlockEntry& block, QByteArray& sealed,
+                             PlaintextBuffer& plain) const
+{
+    if (!isPlausible(block) || !container.seek(block.offset)) {
+        return false;
+    }
+    sealed = container.read(block.encryptedSize);
+    if (sealed.size() != block.encryptedSize) {
+        return false;
+    }
+    plain = PlaintextBuffer(m_crypto.decrypt(sealed, m_key, block.nonce, m_associatedData));
+    return plain.size() == block.plainSize;
 }
 
 bool PayloadStore::isPlausible(const BlockEntry& block)

@@ -10,6 +10,7 @@ class QIODevice;
 
 namespace Velmarin::Core {
 
+class PlaintextBuffer;
 class VaultCrypto;
 
 // Moves file contents into and out of the payload region, one block of at most 16 MiB at a time,
@@ -31,11 +32,20 @@ public:
     // authenticate, after the earlier ones were written.
     bool exportBlocks(QIODevice& container, const FileEntry& entry, QIODevice& destination) const;
 
+    // Reads a block's ciphertext into sealed and checks it the way an export would, so that it can be
+    // moved unchanged; the plaintext is wiped unseen. False when the block cannot be read or does not
+    // authenticate.
+    bool readAuthentic(QIODevice& container, const BlockEntry& block, QByteArray& sealed) const;
+
     // Whether a block's recorded sizes are possible at all, checked before anything is allocated.
     // An empty block is never written, and its empty plaintext could not be told from a failure.
     static bool isPlausible(const BlockEntry& block);
 
 private:
+    // The one place a block is read and decrypted; plain holds exactly block.plainSize bytes on success.
+    bool readBlock(QIODevice& container, const BlockEntry& block, QByteArray& sealed,
+                   PlaintextBuffer& plain) const;
+
     const VaultCrypto& m_crypto;
     QByteArray m_key;
     QByteArray m_associatedData;

@@ -8,7 +8,6 @@
 #include "core/container/PayloadStore.h"
 #include "core/index/ByteCount.h"
 
-#include <QCoreApplication>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -17,20 +16,20 @@
 
 namespace Velmarin::Core {
 
-VaultCompactor::VaultCompactor(const ContainerFile& containerFile, const IndexCipher& cipher)
+VaultCompactor::VaultCompactor(const ContainerFile& containerFile, const IndexCipher& cipher,
+                               const PayloadStore& store)
     : m_containerFile(containerFile)
     , m_cipher(cipher)
+    , m_store(store)
 {}
-
-QString VaultCompactor::replacingLabel()
-{
-    return QCoreApplication::translate("Velmarin::Core::VaultCompactor", "Substituindo container no USB");
-}
 
 bool VaultCompactor::compact(const QString& containerPath, const VaultIndex& liveIndex,
                              const ProgressCallback& progress, QString* preservedPath,
-                             VaultIndex& compactedIndex) const
+                             VaultIndex& compactedIndex, QStringList* damagedFiles) const
 {
+    if (damagedFiles != nullptr) {
+        damagedFiles->clear();
+    }
     ContainerHeader header;
     if (!m_containerFile.readHeader(containerPath, header)) {
         return false;
@@ -50,13 +49,17 @@ bool VaultCompactor::compact(const QString& containerPath, const VaultIndex& liv
     // The encrypted index can only be made once the blocks have their new offsets; the writer
     // serialises this header after the payload, so filling it in from the payload writer is enough.
     VaultIndex newIndex;
+    QStringList damaged;
     const bool written = m_containerFile.writeNewContainer(newPath, header, [&](QIODevice& device) {
-        return copyLiveBlocks(oldContainer, device, liveIndex, progress, newIndex) &&
+        return copyLiveBlocks(oldContainer, device, liveIndex, progress, newIndex, damaged) &&
                m_cipher.sealInto(header, newIndex);
     });
     oldContainer.close();
     if (!written || !verify(newPath, liveIndex)) {
         workFolder.remove();
+        if (damagedFiles != nullptr) {
+            *damagedFiles = damaged;
+        }
         return false;
     }
     QString kept;
@@ -139,13 +142,13 @@ FileSync::CopyProgress VaultCompactor::swapProgress(const ProgressCallback& prog
     if (!progress) {
         return {};
     }
-    const QString label = replacingLabel();
-    return [progress, label](qint64 copied, qint64 total) { progress(copied, total, label); };
+    // The engine words nothing for the user: an empty label tells the front end which phase this is.
+    return [progress](qint64 copied, qint64 total) { progress(copied, total, QString()); };
 }
 
 bool VaultCompactor::copyLiveBlocks(QIODevice& oldContainer, QIODevice& newContainer,
                                     const VaultIndex& liveIndex, const ProgressCallback& progress,
-                                    VaultIndex& newIndex) const
+                                    VaultIndex& newIndex, QStringList& damagedFiles) const
 {
     newIndex = VaultIndex();
     for (const DirectoryEntry& directory : liveIndex.directories()) {
@@ -156,32 +159,35 @@ bool VaultCompactor::copyLiveBlocks(QIODevice& oldContainer, QIODevice& newConta
         total = addByteCount(total, file.sizeBytes);
     }
     qint64 done = 0;
+    QByteArray sealed;
     for (const FileEntry& file : liveIndex.files()) {
         FileEntry moved = file;
         moved.blocks.clear();
+        bool damaged = false;
         for (const BlockEntry& block : file.blocks) {
-            if (!PayloadStore::isPlausible(block) || !oldContainer.seek(block.offset)) {
-                return false;
+            // After the first bad block the file is known damaged; its other blocks need no reading.
+            damaged = damaged || !m_store.readAuthentic(oldContainer, block, sealed);
+            // Once anything is damaged the new container will be dropped: only checking goes on.
+            if (!damaged && damagedFiles.isEmpty()) {
+                // Blocks move unchanged: their associated data does not depend on where they lie.
+                BlockEntry movedBlock = block;
+                movedBlock.offset = newContainer.pos();
+                if (newContainer.write(sealed) != sealed.size()) {
+                    return false;
+                }
+                moved.blocks.append(movedBlock);
             }
-            // Blocks move unchanged: their associated data does not depend on where they lie.
-            const QByteArray sealed = oldContainer.read(block.encryptedSize);
-            if (sealed.size() != block.encryptedSize) {
-                return false;
-            }
-            BlockEntry movedBlock = block;
-            movedBlock.offset = newContainer.pos();
-            if (newContainer.write(sealed) != sealed.size()) {
-                return false;
-            }
-            moved.blocks.append(movedBlock);
-            done += block.plainSize;
+            done = addByteCount(done, block.plainSize);
             if (progress) {
-                progress(done, total, file.vaultPath);
+                progress(qMin(done, total), total, file.vaultPath);
             }
+        }
+        if (damaged) {
+            damagedFiles.append(file.vaultPath);
         }
         newIndex.upsertFile(moved);
     }
-    return true;
+    return damagedFiles.isEmpty();
 }
 
 bool VaultCompactor::verify(const QString& newPath, const VaultIndex& liveIndex) const

@@ -5,6 +5,7 @@
 #include "core/index/VaultIndex.h"
 
 #include <QString>
+#include <QStringList>
 
 class QIODevice;
 class QFile;
@@ -13,30 +14,42 @@ namespace Velmarin::Core {
 
 class ContainerFile;
 class IndexCipher;
+class PayloadStore;
 struct ContainerHeader;
 
 // Rebuilds a container with only the blocks its index still refers to. The new container is built
-// and verified on the local disk first. When the drive has room for both, it is copied beside the
-// old one and takes its name in one step, so the drive always holds a whole container. Otherwise
-// the old one is removed first, a journal on the drive names the local copy until the new one is
-// whole there, and when the copy fails the local copy is kept and its path handed back.
+// on the local disk first: each block's authentication tag is checked as the block is copied (the
+// blocks themselves move unchanged), then the new header and index are read back. When the drive
+// has room for both, the new container is copied beside the old one and takes its name in one step,
+// so the drive always holds a whole container. Otherwise the old one is removed first, a journal on
+// the drive names the local copy until the new one is whole there, and when the copy fails the
+// local copy is kept and its path handed back.
+//
+// Progress: while blocks are copied, the label is the vault path of the file being copied and the
+// bytes count plaintext over all live files; while the new container goes onto the drive, the label
+// is empty (see isContainerSwap: the engine words nothing) and the bytes count the new container.
 class VaultCompactor
 {
 public:
     // Kept free beyond the new container's size for the file system's own bookkeeping.
     static constexpr qint64 RoomMargin = 1048576;
 
-    VaultCompactor(const ContainerFile& containerFile, const IndexCipher& cipher);
+    // store reads the blocks of the container being compacted (its key and associated data).
+    VaultCompactor(const ContainerFile& containerFile, const IndexCipher& cipher, const PayloadStore& store);
 
-    // On success compactedIndex holds the index with the blocks' new offsets.
+    // On success compactedIndex holds the index with the blocks' new offsets. A damaged block (one
+    // that cannot be read or does not authenticate) stops the compaction before anything on the
+    // drive is touched, but only once every file was checked: damagedFiles then names each damaged
+    // file, in index order, and is left empty by every other failure.
     bool compact(const QString& containerPath, const VaultIndex& liveIndex, const ProgressCallback& progress,
-                 QString* preservedPath, VaultIndex& compactedIndex) const;
-
-    static QString replacingLabel();
+                 QString* preservedPath, VaultIndex& compactedIndex,
+                 QStringList* damagedFiles = nullptr) const;
 
 private:
+    // False on damage (named in damagedFiles) or when the new container cannot be written.
     bool copyLiveBlocks(QIODevice& oldContainer, QIODevice& newContainer, const VaultIndex& liveIndex,
-                        const ProgressCallback& progress, VaultIndex& newIndex) const;
+                        const ProgressCallback& progress, VaultIndex& newIndex,
+                        QStringList& damagedFiles) const;
     bool verify(const QString& newPath, const VaultIndex& liveIndex) const;
     static bool hasRoomBeside(const QString& containerPath, qint64 newSize);
     bool replaceBeside(const QString& newPath, const QString& containerPath,
@@ -48,6 +61,7 @@ private:
 
     const ContainerFile& m_containerFile;
     const IndexCipher& m_cipher;
+    const PayloadStore& m_store;
 };
 
 } // namespace Velmarin::Core

@@ -106,7 +106,7 @@ void TestCliSession::helpListsEveryCommandAndTheExitCodes()
              {QStringLiteral("  0  sucesso"), QStringLiteral("  1  a operação falhou"),
               QStringLiteral("  2  uso incorreto: argumentos, caminho ou nome inválidos"),
               QStringLiteral("  3  não é um container, senha incorreta ou container alterado"),
-              QStringLiteral("  4  verify encontrou danos"),
+              QStringLiteral("  4  verify ou compact encontrou danos"),
               QStringLiteral("  5  o cofre está aberto em outra janela ou programa do Velmarin")}) {
             QVERIFY2(lines.contains(code), qPrintable(code));
         }

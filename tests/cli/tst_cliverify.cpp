@@ -37,6 +37,7 @@ private Q_SLOTS:
     void alteredBlockIsNamedAndExitsWithFour();
     void truncatedContainerIsDamage();
     void deletedFilesAreDeadBytesUntilCompaction();
+    void compactOfADamagedVaultNamesTheFilesAndChangesNothing();
     void compactOfAWrongPasswordChangesNothing();
     void recoverUndoesAnInterruptedChange();
 
@@ -216,6 +217,48 @@ void TestCliVerify::deletedFilesAreDeadBytesUntilCompaction()
     QCOMPARE(report.value(QStringLiteral("sound")).toBool(), true);
     QCOMPARE(run(QStringLiteral("export"), {QStringLiteral("fica.bin"), QStringLiteral("-")}).output,
              TestFiles::read(path(QStringLiteral("fica.bin"))));
+}
+
+void TestCliVerify::compactOfADamagedVaultNamesTheFilesAndChangesNothing()
+{
+    const QStringList names{QStringLiteral("a.bin"), QStringLiteral("b.bin"), QStringLiteral("c.bin"),
+                            QStringLiteral("d.bin")};
+    for (int i = 0; i < names.size(); ++i) {
+        QVERIFY(TestFiles::writePattern(path(names.at(i)), 100 * (i + 1), 20 + i));
+        // One import each, so the blocks lie in this order from the payload start.
+        QCOMPARE(run(QStringLiteral("import"), {names.at(i)}).exitCode, 0);
+    }
+    QCOMPARE(run(QStringLiteral("rm"), {QStringLiteral("d.bin")}).exitCode, 0);
+    QFile container(m_container);
+    QVERIFY(container.open(QIODevice::ReadWrite));
+    for (const qint64 where : {PayloadStart + 7, PayloadStart + (100 + Tag) + (200 + Tag) + 7}) {
+        QVERIFY(container.seek(where));
+        const char original = container.read(1).at(0);
+        QVERIFY(container.seek(where));
+        QCOMPARE(container.write(QByteArray(1, static_cast<char>(original ^ 0x20))), 1);
+    }
+    container.close();
+    const QByteArray damaged = TestFiles::read(m_container);
+    const QStringList temporaryBefore = temporaryEntries();
+
+    const CliResult result = run(QStringLiteral("compact"));
+    QCOMPARE(result.exitCode, 4);
+    QCOMPARE(
+        result.errorLines(),
+        QStringList({QStringLiteral("O cofre não foi compactado porque estes arquivos estão danificados:"),
+                     QStringLiteral("a.bin"), QStringLiteral("c.bin"),
+                     QStringLiteral("Nada foi alterado: o container continua como estava.")}));
+    QVERIFY(result.output.isEmpty());
+    QCOMPARE(TestFiles::read(m_container), damaged);
+    QVERIFY(!QFileInfo::exists(m_container + QStringLiteral(".journal")));
+    QVERIFY(!QFileInfo::exists(m_container + QStringLiteral(".new")));
+    QCOMPARE(temporaryEntries(), temporaryBefore);
+
+    // The vault is as before: the same damage, the sound file exports, the deleted one still takes room.
+    QCOMPARE(run(QStringLiteral("verify")).exitCode, 4);
+    QCOMPARE(run(QStringLiteral("export"), {QStringLiteral("b.bin"), QStringLiteral("-")}).output,
+             TestFiles::read(path(QStringLiteral("b.bin"))));
+    QCOMPARE(verifyJson().value(QStringLiteral("deadBytes")).toInteger(), 400 + Tag);
 }
 
 void TestCliVerify::compactOfAWrongPasswordChangesNothing()

@@ -2,6 +2,7 @@
 #include "TestFiles.h"
 #include "VaultFixture.h"
 #include "core/container/ContainerFile.h"
+#include "core/container/ProgressCallback.h"
 #include "core/vault/VaultManager.h"
 
 #include <QtTest>
@@ -37,6 +38,8 @@ private Q_SLOTS:
     void vaultWithoutFilesKeepsItsFolders();
     void shrinksByExactlyTheDeadBytes();
     void progressLabelsFollowThePhases();
+    void aDamagedBlockChangesNothingAndIsNamed();
+    void everyDamagedFileIsNamed();
     void unreadableHeaderChangesNothing();
     void impossibleWorkFolderChangesNothing();
     void failedVerificationDeletesTheWorkFolder();
@@ -55,6 +58,8 @@ private:
     QStringList workFolders() const;
     QString journal() const { return m_fixture.container() + QStringLiteral(".journal"); }
     void fillVault();
+    // Flips one byte in the middle of the file's block number blockIndex (from 0) in the container.
+    void flipByteInBlock(const QString& vaultPath, int blockIndex);
 
     VaultFixture m_fixture;
     QString m_temp;
@@ -102,6 +107,19 @@ void TestCompaction::fillVault()
     importPattern(QStringLiteral("doc.bin"), 3 * MiB, 3);
     QVERIFY(m_fixture.vault().createFolder(QStringLiteral("Vazia")));
     QVERIFY(m_fixture.vault().deleteFile(QStringLiteral("Fotos/grande.bin")));
+}
+
+void TestCompaction::flipByteInBlock(const QString& vaultPath, int blockIndex)
+{
+    const FileEntry* file = m_fixture.vault().index().findFile(vaultPath);
+    QVERIFY(file != nullptr && blockIndex < file->blocks.size());
+    const BlockEntry& block = file->blocks.at(blockIndex);
+    QFile container(m_fixture.container());
+    QVERIFY(container.open(QIODevice::ReadWrite));
+    const qint64 at = block.offset + block.encryptedSize / 2;
+    char byte = 0;
+    QVERIFY(container.seek(at) && container.getChar(&byte));
+    QVERIFY(container.seek(at) && container.putChar(static_cast<char>(byte ^ 0x01)));
 }
 
 void TestCompaction::vaultWithoutFilesKeepsItsFolders()
@@ -171,13 +189,66 @@ void TestCompaction::progressLabelsFollowThePhases()
         nullptr));
     const qint64 liveTotal = 1000 + 3 * MiB;
     const qint64 newSize = QFileInfo(m_fixture.container()).size();
-    const QString swap = QStringLiteral("Substituindo container no USB");
+    // The swap onto the drive names no file: its label is empty, and the front ends word it.
+    const QString swap;
     const QList<Triple> expected{{1000, liveTotal, QStringLiteral("Fotos/pequeno.bin")},
                                  {liveTotal, liveTotal, QStringLiteral("doc.bin")},
                                  {0, newSize, swap},
                                  {8388608, newSize, swap},
                                  {newSize, newSize, swap}};
     QCOMPARE(reports, expected);
+}
+
+void TestCompaction::aDamagedBlockChangesNothingAndIsNamed()
+{
+    fillVault();
+    flipByteInBlock(QStringLiteral("doc.bin"), 0);
+    const QByteArray bytes = TestFiles::read(m_fixture.container());
+    const QByteArray index = m_fixture.vault().index().toJson();
+    QString preserved = QStringLiteral("sobra");
+    QStringList damaged{QStringLiteral("sobra")};
+    QStringList labels;
+    QVERIFY(!m_fixture.vault().compactVault(
+        [&](qint64, qint64, const QString& label) { labels.append(label); }, &preserved, &damaged));
+    QCOMPARE(damaged, QStringList{QStringLiteral("doc.bin")});
+    QVERIFY(preserved.isEmpty());
+    // Every file was checked, and the swap onto the drive never began.
+    QCOMPARE(labels, QStringList({QStringLiteral("Fotos/pequeno.bin"), QStringLiteral("doc.bin")}));
+
+    QCOMPARE(TestFiles::read(m_fixture.container()), bytes);
+    QCOMPARE(QDir(QFileInfo(m_fixture.container()).absolutePath())
+                 .entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden),
+             QStringList{QStringLiteral("velmarin.vltx")});
+    QVERIFY(workFolders().isEmpty());
+    QCOMPARE(m_fixture.vault().index().toJson(), index);
+
+    // Still the same vault: it locks, unlocks, and every sound file exports as it was imported.
+    QVERIFY(m_fixture.vault().lock());
+    QVERIFY(m_fixture.vault().unlock(m_fixture.container(), TestFiles::password()));
+    QVERIFY(m_fixture.vault().directoryExists(QStringLiteral("Vazia")));
+    const QString exported = path(QStringLiteral("saida.bin"));
+    QVERIFY(m_fixture.vault().exportFile(QStringLiteral("Fotos/pequeno.bin"), exported));
+    QVERIFY(TestFiles::sameContents(exported, path(QStringLiteral("fonte-2.bin"))));
+    QVERIFY(!m_fixture.vault().exportFile(QStringLiteral("doc.bin"), exported));
+    QCOMPARE(TestFiles::read(m_fixture.container()), bytes);
+}
+
+void TestCompaction::everyDamagedFileIsNamed()
+{
+    importPattern(QStringLiteral("a/dois-blocos.bin"), 17 * MiB, 7);
+    importPattern(QStringLiteral("b.bin"), 1000, 8);
+    importPattern(QStringLiteral("c.bin"), 2000, 9);
+    importPattern(QStringLiteral("d.bin"), 3000, 10);
+    // The first file's damage lies in its second block, and another damaged file comes after a sound one.
+    flipByteInBlock(QStringLiteral("a/dois-blocos.bin"), 1);
+    flipByteInBlock(QStringLiteral("c.bin"), 0);
+    const QByteArray bytes = TestFiles::read(m_fixture.container());
+    QStringList damaged;
+    QVERIFY(!m_fixture.vault().compactVault({}, nullptr, &damaged));
+    QCOMPARE(damaged, QStringList({QStringLiteral("a/dois-blocos.bin"), QStringLiteral("c.bin")}));
+    QCOMPARE(TestFiles::read(m_fixture.container()), bytes);
+    QVERIFY(!QFile::exists(journal()));
+    QVERIFY(workFolders().isEmpty());
 }
 
 void TestCompaction::unreadableHeaderChangesNothing()
@@ -188,8 +259,11 @@ void TestCompaction::unreadableHeaderChangesNothing()
     bytes[3] = 'X';
     QVERIFY(TestFiles::write(m_fixture.container(), bytes));
     QString preserved = QStringLiteral("sobra");
-    QVERIFY(!m_fixture.vault().compactVault({}, &preserved));
+    // Not damage: no file is named.
+    QStringList damaged{QStringLiteral("sobra")};
+    QVERIFY(!m_fixture.vault().compactVault({}, &preserved, &damaged));
     QVERIFY(preserved.isEmpty());
+    QVERIFY(damaged.isEmpty());
     QCOMPARE(TestFiles::read(m_fixture.container()), bytes);
     QCOMPARE(m_fixture.vault().index().toJson(), index);
     QVERIFY(workFolders().isEmpty());
@@ -297,7 +371,7 @@ void TestCompaction::roomForBothNeverLeavesTheDriveWithoutAContainer()
     // At every step of the swap the drive holds a whole container under the vault's name.
     QVERIFY(m_fixture.vault().compactVault(
         [&](qint64, qint64, const QString& label) {
-            if (label != QLatin1String("Substituindo container no USB")) {
+            if (!isContainerSwap(label)) {
                 return;
             }
             ContainerHeader header;
@@ -352,9 +426,7 @@ void TestCompaction::failedCopyOntoTheDriveKeepsTheNewContainer()
         // No room for two: the old container goes first, and the copy that replaces it fails.
         const FailureInjection injection(QStringLiteral("usb/velmarin.vltx$"), "no-room," + calls, allowance);
         QVERIFY(!m_fixture.vault().compactVault(
-            [&](qint64, qint64, const QString& label) {
-                reports += label == QLatin1String("Substituindo container no USB") ? 1 : 0;
-            },
+            [&](qint64, qint64, const QString& label) { reports += isContainerSwap(label) ? 1 : 0; },
             &preserved));
     }
     QCOMPARE(reports, swapReports);

@@ -183,10 +183,12 @@ void TestHostileInput::impossibleBlocksAreRefusedBeforeAnyRead()
     QCOMPARE(report.damagedFiles.at(0).problem, Problem::UnreadableBlock);
     QCOMPARE(report.damagedFiles.at(0).blockNumber, 1);
 
-    // Compaction would have to copy the block: it stops and leaves the container as it was.
+    // Compaction would have to copy the block: it names the file and leaves the container as it was.
     QString preserved;
-    QVERIFY(!vault.compactVault({}, &preserved));
+    QStringList damaged;
+    QVERIFY(!vault.compactVault({}, &preserved, &damaged));
     QVERIFY(preserved.isEmpty());
+    QCOMPARE(damaged, QStringList{Readme});
     QVERIFY(vault.lock());
     QVERIFY(TestFiles::read(container) == before);
 }

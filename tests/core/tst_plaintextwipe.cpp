@@ -1,6 +1,6 @@
 // Decrypted file contents never go back to the heap readable. free() is interposed in this
-// executable: while an import, an export or a verification runs, every large block freed is
-// searched for the marker the imported file is made of.
+// executable: while an import, an export, a verification or a compaction runs, every large block
+// freed is searched for the marker the imported file is made of.
 #include "TestFiles.h"
 #include "VaultFixture.h"
 #include "core/vault/VaultManager.h"
@@ -91,7 +91,7 @@ private Q_SLOTS:
     void init();
     void cleanup();
     void watcherFindsTheMarkerInAnUnwipedBlock();
-    void importExportAndVerificationFreeNoPlaintext();
+    void importExportVerificationAndCompactionFreeNoPlaintext();
 
 private:
     VaultFixture m_fixture;
@@ -132,7 +132,7 @@ void TestPlaintextWipe::watcherFindsTheMarkerInAnUnwipedBlock()
     QCOMPARE(g_markedBlocks.load(), 1);
 }
 
-void TestPlaintextWipe::importExportAndVerificationFreeNoPlaintext()
+void TestPlaintextWipe::importExportVerificationAndCompactionFreeNoPlaintext()
 {
     const QByteArray contents = markedContents(FileSize);
     const QString source = m_fixture.path(QStringLiteral("marcado.bin"));
@@ -159,6 +159,8 @@ void TestPlaintextWipe::importExportAndVerificationFreeNoPlaintext()
     QVERIFY(watch(QStringLiteral("import"), [&] { return vault.importFile(source, vaultPath); }));
     QVERIFY(watch(QStringLiteral("export"), [&] { return vault.exportFile(vaultPath, destination); }));
     QVERIFY(watch(QStringLiteral("verification"), [&] { return vault.verifyContents(report); }));
+    // Compaction decrypts each block only to check it, and wipes what it decrypted all the same.
+    QVERIFY(watch(QStringLiteral("compaction"), [&] { return vault.compactVault({}, nullptr); }));
 
     QVERIFY(TestFiles::read(destination) == contents);
     QCOMPARE(report.fileCount, 1);

@@ -53,6 +53,34 @@ bool canUnlock(const QString& container, const QByteArray& password, const QStri
     return vault.unlock(container, password) && vault.lock();
 }
 
+// Flips one byte inside the first block of each file, through a session of its own that ends before
+// the window unlocks.
+bool damageFiles(const QString& container, const QStringList& vaultPaths)
+{
+    Core::VaultManager vault;
+    if (!vault.unlock(container, TestFiles::password())) {
+        return false;
+    }
+    QFile file(container);
+    if (!file.open(QIODevice::ReadWrite)) {
+        return false;
+    }
+    for (const QString& vaultPath : vaultPaths) {
+        const Core::FileEntry* entry = vault.index().findFile(vaultPath);
+        if (entry == nullptr || entry->blocks.isEmpty()) {
+            return false;
+        }
+        const qint64 at = entry->blocks.first().offset + entry->blocks.first().encryptedSize / 2;
+        char byte = 0;
+        if (!file.seek(at) || !file.getChar(&byte) || !file.seek(at) ||
+            !file.putChar(static_cast<char>(byte ^ 0x01))) {
+            return false;
+        }
+    }
+    file.close();
+    return vault.lock();
+}
+
 } // namespace
 
 class VaultActionsTest : public QObject
@@ -90,6 +118,8 @@ private Q_SLOTS:
     void compactFailureNamesThePreservedContainer();
     void unlockTellsThatAnInterruptedChangeWasUndone();
     void compactFailureWithoutAPreservedContainer();
+    void compactOfADamagedVaultNamesTheFilesAndChangesNothing();
+    void compactNamesAtMostTenDamagedFiles();
 
 private:
     void setUpWithDrive(const QStringList& folders = {}, const QList<WindowFixture::Entry>& files = {});
@@ -737,6 +767,58 @@ void VaultActionsTest::compactFailureWithoutAPreservedContainer()
     QCOMPARE(warning.title, QStringLiteral("Compactar cofre"));
     QCOMPARE(warning.text, QStringLiteral("Não foi possível compactar o cofre."));
     QCOMPARE(statusMessage(), QStringLiteral("Falha ao compactar o cofre."));
+}
+
+void VaultActionsTest::compactOfADamagedVaultNamesTheFilesAndChangesNothing()
+{
+    setUpWithDrive({QStringLiteral("Fotos")},
+                   {{QStringLiteral("a.txt"), "a"},
+                    {QStringLiteral("Fotos/praia.jpg"), TestFiles::pattern(5000, 3)},
+                    {QStringLiteral("c.txt"), "ccc"}});
+    QVERIFY(damageFiles(m_fixture.container(), {QStringLiteral("Fotos/praia.jpg")}));
+    const QByteArray bytes = TestFiles::read(m_fixture.container());
+    QVERIFY(m_fixture.unlock());
+    m_fixture.driver().expectMessage(QStringLiteral("Sim"));
+    MessageRecord warning;
+    m_fixture.driver().expectMessage(QStringLiteral("OK"), &warning);
+    m_fixture.action(QStringLiteral("Compactar cofre..."))->trigger();
+    QVERIFY(m_fixture.driver().allHandled());
+    QCOMPARE(warning.title, QStringLiteral("Compactar cofre"));
+    QCOMPARE(warning.icon, QMessageBox::Warning);
+    QCOMPARE(warning.text,
+             QStringLiteral("O cofre não foi compactado porque estes arquivos estão danificados:\n\n"
+                            "Fotos/praia.jpg\n\nNada foi alterado: o container continua como estava."));
+    QCOMPARE(statusMessage(), QStringLiteral("Falha ao compactar o cofre."));
+    QCOMPARE(TestFiles::read(m_fixture.container()), bytes);
+    QCOMPARE(QDir(m_fixture.driveRoot()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden),
+             QStringList{QStringLiteral("velmarin.vltx")});
+    QVERIFY(m_fixture.window().isVaultUnlocked());
+    QCOMPARE(m_fixture.names(),
+             QStringList({QStringLiteral("Fotos"), QStringLiteral("a.txt"), QStringLiteral("c.txt")}));
+}
+
+void VaultActionsTest::compactNamesAtMostTenDamagedFiles()
+{
+    QList<WindowFixture::Entry> files;
+    QStringList names;
+    for (int i = 1; i <= 12; ++i) {
+        names << QStringLiteral("arquivo-%1.txt").arg(i, 2, 10, QLatin1Char('0'));
+        files.append({names.last(), QByteArray(10, 'x')});
+    }
+    setUpWithDrive({}, files);
+    QVERIFY(damageFiles(m_fixture.container(), names));
+    QVERIFY(m_fixture.unlock());
+    m_fixture.driver().expectMessage(QStringLiteral("Sim"));
+    MessageRecord warning;
+    m_fixture.driver().expectMessage(QStringLiteral("OK"), &warning);
+    m_fixture.action(QStringLiteral("Compactar cofre..."))->trigger();
+    QVERIFY(m_fixture.driver().allHandled());
+    // Nine names and the count of the other three: a box taller than the screen would hide its button.
+    QCOMPARE(warning.text,
+             QStringLiteral("O cofre não foi compactado porque estes arquivos estão danificados:\n\n") +
+                 names.mid(0, 9).join(QLatin1Char('\n')) +
+                 QStringLiteral("\ne mais 3 arquivos\n\nNada foi alterado: o container continua como "
+                                "estava."));
 }
 
 QTEST_MAIN(VaultActionsTest)
