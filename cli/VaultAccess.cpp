@@ -4,7 +4,6 @@
 #include "cli/Console.h"
 #include "cli/ExitCode.h"
 #include "cli/PasswordSource.h"
-#include "cli/VaultArguments.h"
 #include "core/container/ContainerFile.h"
 #include "core/container/ContainerLock.h"
 
@@ -86,12 +85,6 @@ int VaultAccess::open(const QString& containerPath, Core::VaultManager::Access a
         return NoAccess;
     }
     return Success;
-}
-
-int VaultAccess::openForEntry(const QString& pathArgument, Core::VaultManager::Access access, QString& path)
-{
-    const int valid = VaultArguments::entryPath(m_context.console, pathArgument, path);
-    return valid != Success ? valid : open(m_context.arguments.at(0), access);
 }
 
 int VaultAccess::close()

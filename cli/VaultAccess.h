@@ -25,9 +25,6 @@ public:
 
     // ExitCode::Success once unlocked, or the code to exit with after telling why.
     int open(const QString& containerPath, Core::VaultManager::Access access);
-    // For commands on one entry: checks the vault-path argument first, so a typing error costs no
-    // password, then opens the container named first on the command line.
-    int openForEntry(const QString& pathArgument, Core::VaultManager::Access access, QString& path);
     // Success, or Failed after telling why.
     int close();
 

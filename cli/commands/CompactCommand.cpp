@@ -2,7 +2,6 @@
 
 #include "cli/Console.h"
 #include "cli/ExitCode.h"
-#include "cli/VaultAccess.h"
 #include "core/index/DisplayFormat.h"
 
 #include <QDir>
@@ -27,19 +26,14 @@ CommandInfo CompactCommand::info() const
     return info;
 }
 
-int CompactCommand::run(const CommandContext& context)
+int CompactCommand::runOnVault(const CommandContext& context, Core::VaultManager& vault, const QString&)
 {
     Console& console = context.console;
     const QString container = context.arguments.at(0);
-    VaultAccess access(context);
-    const int opened = access.open(container, Core::VaultManager::Access::ReadWrite);
-    if (opened != Success) {
-        return opened;
-    }
     const qint64 sizeBefore = QFileInfo(container).size();
     QString preservedPath;
     QStringList damagedFiles;
-    const bool compacted = access.vault().compactVault(
+    const bool compacted = vault.compactVault(
         [&](qint64 done, qint64 total, const QString& label) {
             console.progress(Core::isContainerSwap(label) ? tr("Substituindo container no USB") : label, done,
                              total);
@@ -64,7 +58,7 @@ int CompactCommand::run(const CommandContext& context)
     const qint64 freed = qMax<qint64>(0, sizeBefore - QFileInfo(container).size());
     console.message(tr("Cofre compactado com sucesso."));
     console.message(tr("Espaço liberado: %1.").arg(Core::formatDataSize(freed)));
-    return access.close();
+    return Success;
 }
 
 } // namespace Velmarin::Cli

@@ -3,8 +3,6 @@
 #include "cli/Console.h"
 #include "cli/ExitCode.h"
 #include "cli/LocalTarget.h"
-#include "cli/VaultAccess.h"
-#include "cli/VaultArguments.h"
 #include "core/index/VaultPath.h"
 
 #include <QCommandLineParser>
@@ -31,30 +29,25 @@ CommandInfo ExportCommand::info() const
     return info;
 }
 
-int ExportCommand::run(const CommandContext& context)
+bool ExportCommand::toOutput(const CommandContext& context)
 {
-    Console& console = context.console;
-    QString path;
-    const int valid = VaultArguments::entryPath(console, context.arguments.at(1), path);
-    if (valid != Success) {
+    return context.arguments.at(2) == QLatin1String("-");
+}
+
+int ExportCommand::checkArguments(const CommandContext& context, QString& entryPath)
+{
+    const int valid = VaultCommand::checkArguments(context, entryPath);
+    if (valid != Success || toOutput(context)) {
         return valid;
     }
-    const bool toOutput = context.arguments.at(2) == QLatin1String("-");
-    const QString destination = LocalTarget::resolve(context.arguments.at(2), Core::vaultFileName(path));
-    if (!toOutput) {
-        const int writable =
-            LocalTarget::checkWritable(console, destination, context.parser.isSet(QStringLiteral("force")));
-        if (writable != Success) {
-            return writable;
-        }
-    }
+    m_destination = LocalTarget::resolve(context.arguments.at(2), Core::vaultFileName(entryPath));
+    return LocalTarget::checkWritable(context.console, m_destination,
+                                      context.parser.isSet(QStringLiteral("force")));
+}
 
-    VaultAccess access(context);
-    const int opened = access.open(context.arguments.at(0), Core::VaultManager::Access::ReadOnly);
-    if (opened != Success) {
-        return opened;
-    }
-    Core::VaultManager& vault = access.vault();
+int ExportCommand::runOnVault(const CommandContext& context, Core::VaultManager& vault, const QString& path)
+{
+    Console& console = context.console;
     if (!vault.fileExists(path)) {
         console.message(vault.directoryExists(path)
                             ? tr("%1 é uma pasta; exporte os arquivos dela.").arg(path)
@@ -62,22 +55,22 @@ int ExportCommand::run(const CommandContext& context)
         return Failed;
     }
     bool exported = false;
-    if (toOutput) {
+    if (toOutput(context)) {
         exported = vault.exportFile(path, &console.output()) && console.output().flush();
     } else {
         // Written beside the destination and renamed at the end: a failure leaves no half file and
         // keeps whatever --force was about to replace.
-        QSaveFile file(destination);
+        QSaveFile file(m_destination);
         exported = file.open(QIODevice::WriteOnly) && vault.exportFile(path, &file) && file.commit();
     }
     if (!exported) {
         console.message(tr("Não foi possível exportar o arquivo."));
         return Failed;
     }
-    if (!toOutput) {
+    if (!toOutput(context)) {
         console.message(tr("Arquivo exportado com sucesso."));
     }
-    return access.close();
+    return Success;
 }
 
 } // namespace Velmarin::Cli

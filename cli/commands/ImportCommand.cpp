@@ -2,7 +2,6 @@
 
 #include "cli/Console.h"
 #include "cli/ExitCode.h"
-#include "cli/VaultAccess.h"
 #include "cli/VaultArguments.h"
 #include "core/index/DisplayFormat.h"
 #include "core/index/VaultPath.h"
@@ -19,15 +18,6 @@
 namespace Velmarin::Cli {
 
 namespace {
-
-// One thing to bring in: a folder to create or a file to import, with the vault path it gets.
-struct Item
-{
-    QString localPath;
-    QString vaultPath;
-    bool folder = false;
-    qint64 size = 0;
-};
 
 QString shown(const QString& localPath)
 {
@@ -58,19 +48,15 @@ CommandInfo ImportCommand::info() const
     return info;
 }
 
-int ImportCommand::run(const CommandContext& context)
+// The whole plan is made before the password is asked for, so a typing error costs nothing.
+int ImportCommand::checkArguments(const CommandContext& context, QString& target)
 {
     Console& console = context.console;
-    QString target;
     const int validTarget =
         VaultArguments::folderPath(console, context.parser.value(QStringLiteral("to")), target);
     if (validTarget != Success) {
         return validTarget;
     }
-
-    // The whole plan is made before the password is asked for, so a typing error costs nothing.
-    QList<Item> items;
-    int result = Success;
     const auto addItem = [&](const QFileInfo& info, const QString& vaultPath) {
         if (info.isSymLink()) {
             console.message(tr("Link simbólico ignorado: %1").arg(shown(info.filePath())));
@@ -78,9 +64,9 @@ int ImportCommand::run(const CommandContext& context)
             console.message(tr("Ignorado por não ser um arquivo comum: %1").arg(shown(info.filePath())));
         } else if (!Core::isValidEntryName(info.fileName())) {
             console.message(tr("O nome de %1 não pode ser usado no cofre.").arg(shown(info.filePath())));
-            result = Failed;
+            m_planned = Failed;
         } else {
-            items.append(Item{info.filePath(), vaultPath, info.isDir(), info.isDir() ? 0 : info.size()});
+            m_items.append(Item{info.filePath(), vaultPath, info.isDir(), info.isDir() ? 0 : info.size()});
         }
     };
     for (const QString& source : context.arguments.mid(1)) {
@@ -96,13 +82,13 @@ int ImportCommand::run(const CommandContext& context)
             return UsageError;
         }
         if (info.isFile()) {
-            items.append(Item{source, Core::joinEntryPath(target, name), false, info.size()});
+            m_items.append(Item{source, Core::joinEntryPath(target, name), false, info.size()});
             continue;
         }
         const QString folderName = name;
         const QString base = folderName.isEmpty() ? target : Core::joinEntryPath(target, folderName);
         if (!folderName.isEmpty()) {
-            items.append(Item{source, base, true, 0});
+            m_items.append(Item{source, base, true, 0});
         }
         const QDir root(info.canonicalFilePath());
         QDirIterator it(root.path(), QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden | QDir::System,
@@ -113,19 +99,18 @@ int ImportCommand::run(const CommandContext& context)
         }
     }
     // Paths in order put every folder before what it holds.
-    std::stable_sort(items.begin(), items.end(), [](const Item& a, const Item& b) {
+    std::stable_sort(m_items.begin(), m_items.end(), [](const Item& a, const Item& b) {
         return a.vaultPath.compare(b.vaultPath, Qt::CaseInsensitive) < 0;
     });
+    return Success;
+}
 
-    VaultAccess access(context);
-    const int opened = access.open(context.arguments.at(0), Core::VaultManager::Access::ReadWrite);
-    if (opened != Success) {
-        return opened;
-    }
-    Core::VaultManager& vault = access.vault();
-
+int ImportCommand::runOnVault(const CommandContext& context, Core::VaultManager& vault, const QString&)
+{
+    Console& console = context.console;
+    int result = m_planned;
     qint64 total = 0;
-    for (const Item& item : items) {
+    for (const Item& item : m_items) {
         total += item.size;
     }
     const QStorageInfo storage(QFileInfo(context.arguments.at(0)).absolutePath());
@@ -145,7 +130,7 @@ int ImportCommand::run(const CommandContext& context)
     const bool replace = context.parser.isSet(QStringLiteral("replace"));
     int imported = 0;
     int skipped = 0;
-    for (const Item& item : items) {
+    for (const Item& item : m_items) {
         if (item.folder) {
             if (vault.directoryExists(item.vaultPath)) {
                 continue;
@@ -190,8 +175,7 @@ int ImportCommand::run(const CommandContext& context)
         console.message(skipped == 1 ? tr("1 arquivo ignorado por já existir no cofre.")
                                      : tr("%1 arquivos ignorados por já existirem no cofre.").arg(skipped));
     }
-    const int closed = access.close();
-    return result != Success ? result : closed;
+    return result;
 }
 
 } // namespace Velmarin::Cli

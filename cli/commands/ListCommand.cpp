@@ -2,7 +2,6 @@
 
 #include "cli/Console.h"
 #include "cli/ExitCode.h"
-#include "cli/VaultAccess.h"
 #include "cli/VaultArguments.h"
 #include "core/index/DisplayFormat.h"
 #include "core/index/EntrySorting.h"
@@ -79,19 +78,16 @@ CommandInfo ListCommand::info() const
     return info;
 }
 
-int ListCommand::run(const CommandContext& context)
+int ListCommand::checkArguments(const CommandContext& context, QString& entryPath)
 {
-    QString folder;
-    const int valid = VaultArguments::folderPath(context.console, context.arguments.value(1), folder);
-    if (valid != Success) {
-        return valid;
-    }
-    VaultAccess access(context);
-    const int opened = access.open(context.arguments.at(0), Core::VaultManager::Access::ReadOnly);
-    if (opened != Success) {
-        return opened;
-    }
-    const Core::VaultIndex& index = access.vault().index();
+    return VaultArguments::folderPath(context.console, context.arguments.value(1), entryPath);
+}
+
+int ListCommand::runOnVault(const CommandContext& context, Core::VaultManager& vault,
+                            const QString& entryPath)
+{
+    QString folder = entryPath;
+    const Core::VaultIndex& index = vault.index();
     if (!folder.isEmpty() && !index.directoryExists(folder)) {
         context.console.message(tr("A pasta %1 não existe no cofre.").arg(folder));
         return Failed;
@@ -131,7 +127,7 @@ int ListCommand::run(const CommandContext& context)
                                       .arg(name));
         }
     }
-    return access.close();
+    return Success;
 }
 
 } // namespace Velmarin::Cli

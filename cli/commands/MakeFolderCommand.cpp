@@ -2,7 +2,6 @@
 
 #include "cli/Console.h"
 #include "cli/ExitCode.h"
-#include "cli/VaultAccess.h"
 
 namespace Velmarin::Cli {
 
@@ -19,16 +18,9 @@ CommandInfo MakeFolderCommand::info() const
     return info;
 }
 
-int MakeFolderCommand::run(const CommandContext& context)
+int MakeFolderCommand::runOnVault(const CommandContext& context, Core::VaultManager& vault,
+                                  const QString& path)
 {
-    VaultAccess access(context);
-    QString path;
-    const int opened =
-        access.openForEntry(context.arguments.at(1), Core::VaultManager::Access::ReadWrite, path);
-    if (opened != Success) {
-        return opened;
-    }
-    Core::VaultManager& vault = access.vault();
     if (vault.fileExists(path) || vault.directoryExists(path)) {
         context.console.message(tr("Já existe um item com esse nome nesta pasta."));
         return Failed;
@@ -38,7 +30,7 @@ int MakeFolderCommand::run(const CommandContext& context)
         return Failed;
     }
     context.console.message(tr("Pasta criada."));
-    return access.close();
+    return Success;
 }
 
 } // namespace Velmarin::Cli

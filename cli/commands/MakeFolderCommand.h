@@ -1,19 +1,24 @@
 #pragma once
 
-#include "cli/Command.h"
+#include "cli/VaultCommand.h"
 
 #include <QCoreApplication>
 
 namespace Velmarin::Cli {
 
 // Creates a folder, and any missing folders above it.
-class MakeFolderCommand : public Command
+class MakeFolderCommand : public VaultCommand
 {
     Q_DECLARE_TR_FUNCTIONS(MakeFolderCommand)
 
 public:
     CommandInfo info() const override;
-    int run(const CommandContext& context) override;
+
+private:
+    Core::VaultManager::Access vaultAccess() const override { return Core::VaultManager::Access::ReadWrite; }
+    int entryArgument() const override { return 1; }
+    int runOnVault(const CommandContext& context, Core::VaultManager& vault,
+                   const QString& entryPath) override;
 };
 
 } // namespace Velmarin::Cli

@@ -2,7 +2,6 @@
 
 #include "cli/Console.h"
 #include "cli/ExitCode.h"
-#include "cli/VaultAccess.h"
 #include "cli/VaultArguments.h"
 #include "core/index/VaultPath.h"
 
@@ -23,48 +22,42 @@ CommandInfo MoveCommand::info() const
     return info;
 }
 
-int MoveCommand::run(const CommandContext& context)
+int MoveCommand::checkArguments(const CommandContext& context, QString& entryPath)
+{
+    // The destination before the file: with both mistyped, the destination is the one named.
+    const int valid = VaultArguments::folderPath(context.console, context.arguments.at(2), m_folder);
+    return valid != Success ? valid : VaultCommand::checkArguments(context, entryPath);
+}
+
+int MoveCommand::runOnVault(const CommandContext& context, Core::VaultManager& vault, const QString& path)
 {
     Console& console = context.console;
-    QString folder;
-    const int valid = VaultArguments::folderPath(console, context.arguments.at(2), folder);
-    if (valid != Success) {
-        return valid;
-    }
-    VaultAccess access(context);
-    QString path;
-    const int opened =
-        access.openForEntry(context.arguments.at(1), Core::VaultManager::Access::ReadWrite, path);
-    if (opened != Success) {
-        return opened;
-    }
-    Core::VaultManager& vault = access.vault();
     if (!vault.fileExists(path)) {
         console.message(vault.directoryExists(path)
                             ? tr("%1 é uma pasta; somente arquivos podem ser movidos.").arg(path)
                             : tr("O arquivo %1 não existe no cofre.").arg(path));
         return Failed;
     }
-    if (!folder.isEmpty() && !vault.directoryExists(folder)) {
-        console.message(tr("A pasta %1 não existe no cofre.").arg(folder));
+    if (!m_folder.isEmpty() && !vault.directoryExists(m_folder)) {
+        console.message(tr("A pasta %1 não existe no cofre.").arg(m_folder));
         return Failed;
     }
     const QString stored = vault.index().findFile(path)->vaultPath;
-    if (Core::isSameVaultPath(Core::parentVaultPath(stored), folder)) {
+    if (Core::isSameVaultPath(Core::parentVaultPath(stored), m_folder)) {
         console.message(tr("O arquivo já está nessa pasta."));
         return Failed;
     }
-    const QString newPath = Core::joinVaultPath(folder, Core::vaultFileName(stored));
+    const QString newPath = Core::joinVaultPath(m_folder, Core::vaultFileName(stored));
     if (vault.fileExists(newPath) || vault.directoryExists(newPath)) {
         console.message(tr("Já existe um item com esse nome na pasta de destino."));
         return Failed;
     }
-    if (!vault.moveFile(stored, folder)) {
+    if (!vault.moveFile(stored, m_folder)) {
         console.message(tr("Não foi possível mover o arquivo."));
         return Failed;
     }
     console.message(tr("Arquivo movido."));
-    return access.close();
+    return Success;
 }
 
 } // namespace Velmarin::Cli

@@ -2,7 +2,6 @@
 
 #include "cli/Console.h"
 #include "cli/ExitCode.h"
-#include "cli/VaultAccess.h"
 
 namespace Velmarin::Cli {
 
@@ -21,16 +20,9 @@ CommandInfo RemoveFileCommand::info() const
     return info;
 }
 
-int RemoveFileCommand::run(const CommandContext& context)
+int RemoveFileCommand::runOnVault(const CommandContext& context, Core::VaultManager& vault,
+                                  const QString& path)
 {
-    VaultAccess access(context);
-    QString path;
-    const int opened =
-        access.openForEntry(context.arguments.at(1), Core::VaultManager::Access::ReadWrite, path);
-    if (opened != Success) {
-        return opened;
-    }
-    Core::VaultManager& vault = access.vault();
     if (!vault.fileExists(path)) {
         context.console.message(vault.directoryExists(path)
                                     ? tr("%1 é uma pasta; use rmdir.").arg(path)
@@ -42,7 +34,7 @@ int RemoveFileCommand::run(const CommandContext& context)
         return Failed;
     }
     context.console.message(tr("Arquivo excluído do cofre."));
-    return access.close();
+    return Success;
 }
 
 } // namespace Velmarin::Cli

@@ -2,7 +2,6 @@
 
 #include "cli/Console.h"
 #include "cli/ExitCode.h"
-#include "cli/VaultAccess.h"
 
 namespace Velmarin::Cli {
 
@@ -19,25 +18,19 @@ CommandInfo RemoveFolderCommand::info() const
     return info;
 }
 
-int RemoveFolderCommand::run(const CommandContext& context)
+int RemoveFolderCommand::runOnVault(const CommandContext& context, Core::VaultManager& vault,
+                                    const QString& path)
 {
-    VaultAccess access(context);
-    QString path;
-    const int opened =
-        access.openForEntry(context.arguments.at(1), Core::VaultManager::Access::ReadWrite, path);
-    if (opened != Success) {
-        return opened;
-    }
-    if (!access.vault().directoryExists(path)) {
+    if (!vault.directoryExists(path)) {
         context.console.message(tr("A pasta %1 não existe no cofre.").arg(path));
         return Failed;
     }
-    if (!access.vault().deleteEmptyFolder(path)) {
+    if (!vault.deleteEmptyFolder(path)) {
         context.console.message(tr("A pasta não está vazia ou não pode ser excluída."));
         return Failed;
     }
     context.console.message(tr("Pasta excluída."));
-    return access.close();
+    return Success;
 }
 
 } // namespace Velmarin::Cli

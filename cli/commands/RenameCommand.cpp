@@ -2,7 +2,6 @@
 
 #include "cli/Console.h"
 #include "cli/ExitCode.h"
-#include "cli/VaultAccess.h"
 #include "core/index/VaultPath.h"
 
 namespace Velmarin::Cli {
@@ -22,17 +21,9 @@ CommandInfo RenameCommand::info() const
     return info;
 }
 
-int RenameCommand::run(const CommandContext& context)
+int RenameCommand::runOnVault(const CommandContext& context, Core::VaultManager& vault, const QString& path)
 {
     Console& console = context.console;
-    VaultAccess access(context);
-    QString path;
-    const int opened =
-        access.openForEntry(context.arguments.at(1), Core::VaultManager::Access::ReadWrite, path);
-    if (opened != Success) {
-        return opened;
-    }
-    Core::VaultManager& vault = access.vault();
     const bool folder = vault.directoryExists(path);
     if (!folder && !vault.fileExists(path)) {
         console.message(tr("%1 não existe no cofre.").arg(path));
@@ -60,7 +51,7 @@ int RenameCommand::run(const CommandContext& context)
         return Failed;
     }
     console.message(folder ? tr("Pasta renomeada.") : tr("Arquivo renomeado."));
-    return access.close();
+    return Success;
 }
 
 } // namespace Velmarin::Cli

@@ -2,7 +2,6 @@
 
 #include "cli/Console.h"
 #include "cli/ExitCode.h"
-#include "cli/VaultAccess.h"
 #include "core/index/DisplayFormat.h"
 
 #include <QCommandLineParser>
@@ -49,19 +48,13 @@ CommandInfo VerifyCommand::info() const
     return info;
 }
 
-int VerifyCommand::run(const CommandContext& context)
+int VerifyCommand::runOnVault(const CommandContext& context, Core::VaultManager& vault, const QString&)
 {
     Console& console = context.console;
-    VaultAccess access(context);
-    const int opened = access.open(context.arguments.at(0), Core::VaultManager::Access::ReadOnly);
-    if (opened != Success) {
-        return opened;
-    }
     Core::VerificationReport report;
-    const bool read =
-        access.vault().verifyContents(report, [&](qint64 done, qint64 total, const QString& label) {
-            console.progress(tr("Verificando %1").arg(label), done, total);
-        });
+    const bool read = vault.verifyContents(report, [&](qint64 done, qint64 total, const QString& label) {
+        console.progress(tr("Verificando %1").arg(label), done, total);
+    });
     console.endProgress();
     if (!read) {
         console.message(tr("Não foi possível ler o container."));
@@ -110,14 +103,13 @@ int VerifyCommand::run(const CommandContext& context)
         }
     }
 
-    const int closed = access.close();
     if (!report.isSound()) {
         const qsizetype count = report.damagedFiles.size();
         console.message(count == 1 ? tr("1 arquivo danificado.") : tr("%1 arquivos danificados.").arg(count));
         return DamageFound;
     }
     console.message(tr("Nenhum dano encontrado."));
-    return closed;
+    return Success;
 }
 
 } // namespace Velmarin::Cli
