@@ -1,0 +1,159 @@
+#include "cli/FailureText.h"
+
+#include "cli/ExitCode.h"
+#include "core/vault/VaultManager.h"
+
+#include <QDir>
+
+namespace Velmarin::Cli {
+
+using Reason = Core::Failure::Reason;
+
+namespace {
+
+// Damage with no path is in the index, which the header holds: the vault cannot be opened at all.
+bool isInHeader(const Core::Failure& failure)
+{
+    return failure.reason == Reason::Damaged && failure.path.isEmpty();
+}
+
+} // namespace
+
+QString FailureText::sentence(Reason reason, const QString& path)
+{
+    Core::Failure failure;
+    failure.reason = reason;
+    failure.path = path;
+    return sentence(failure);
+}
+
+QString FailureText::sentence(const Core::Failure& failure)
+{
+    const QString& path = failure.path;
+    // Files on this computer or the drive are shown as the system writes paths; vault paths are not.
+    const QString local = QDir::toNativeSeparators(path);
+    QString text;
+    switch (failure.reason) {
+    case Reason::None:
+        return QString();
+    case Reason::NotUnlocked:
+        text = tr("O cofre não está desbloqueado.");
+        break;
+    case Reason::AlreadyUnlocked:
+        text = tr("O cofre já está desbloqueado.");
+        break;
+    case Reason::ReadOnly:
+        text = tr("O cofre foi aberto somente para leitura e não pode ser alterado.");
+        break;
+    case Reason::ContainerMissing:
+        text = tr("O arquivo do container não foi encontrado.");
+        break;
+    case Reason::NotAContainer:
+        text = tr("%1 não é um container Velmarin válido.").arg(path);
+        break;
+    case Reason::NewerFormat:
+        text = tr("Este container foi criado por uma versão mais nova do Velmarin. Atualize o programa para "
+                  "abri-lo.");
+        break;
+    case Reason::WrongPassword:
+        text = tr("A senha está incorreta ou o cabeçalho do container foi alterado.");
+        break;
+    case Reason::InUse:
+        text = tr("Este cofre já está aberto em outra janela ou programa do Velmarin.");
+        break;
+    case Reason::InterruptedChange:
+        text = tr("Uma alteração no cofre foi interrompida e não pôde ser desfeita.");
+        break;
+    case Reason::PasswordTooShort:
+        text =
+            tr("A senha deve ter pelo menos %1 caracteres.").arg(Core::VaultManager::MinimumPasswordLength);
+        break;
+    case Reason::NotEnoughMemory:
+        text = tr("Não há memória livre suficiente para derivar a chave da senha.");
+        break;
+    case Reason::EditNotSaved:
+        text = tr("A cópia editada de %1 não pôde ser guardada no cofre.").arg(path);
+        break;
+    case Reason::WorkspaceUnavailable:
+        text = tr("A área temporária do cofre em %1 não pode ser usada com segurança.").arg(local);
+        break;
+    case Reason::NoSpace:
+        text = tr("Não há espaço livre suficiente na unidade do container.");
+        break;
+    case Reason::IndexFull:
+        text = tr("O cofre chegou ao limite de itens que o container comporta.");
+        break;
+    case Reason::FileTooLargeForFileSystem:
+        text = tr("O container ficaria maior do que o sistema de arquivos da unidade permite.");
+        break;
+    case Reason::SourceUnreadable:
+        text = tr("Não foi possível ler o arquivo %1.").arg(local);
+        break;
+    case Reason::SourceChanged:
+        text = tr("O arquivo %1 mudou de tamanho enquanto era lido.").arg(local);
+        break;
+    case Reason::DriveRead:
+        text = tr("Não foi possível ler o container %1.").arg(local);
+        break;
+    case Reason::DriveWrite:
+        text = tr("Não foi possível gravar em %1.").arg(local);
+        break;
+    case Reason::DestinationUnwritable:
+        // Standard output has no path.
+        text = path.isEmpty() ? tr("Não foi possível gravar a cópia exportada.")
+                              : tr("Não foi possível gravar a cópia exportada em %1.").arg(local);
+        break;
+    case Reason::Damaged:
+        text = isInHeader(failure) ? tr("O índice do cofre está danificado ou foi alterado.")
+                                   : tr("O arquivo %1 está danificado no container.").arg(path);
+        break;
+    case Reason::NameNotAllowed:
+        text = tr("O nome de %1 não pode ser usado no cofre.").arg(path);
+        break;
+    case Reason::AlreadyExists:
+        text = tr("Já existe um item com esse nome nesta pasta.");
+        break;
+    case Reason::NotFound:
+        text = tr("%1 não existe no cofre.").arg(path);
+        break;
+    case Reason::FolderNotEmpty:
+        text = tr("A pasta %1 não está vazia.").arg(path);
+        break;
+    case Reason::OpenForEditing:
+        text = tr("%1 está aberto para edição e não pode ser movido nem renomeado agora.").arg(path);
+        break;
+    case Reason::SamePlace:
+        text = tr("%1 já está nesse lugar, ou o destino fica dentro dele.").arg(path);
+        break;
+    }
+    if (failure.systemError.isEmpty()) {
+        return text;
+    }
+    // The system's words go inside the sentence, before its final period.
+    text.chop(1);
+    return tr("%1 (%2).").arg(text, failure.systemError);
+}
+
+int FailureText::exitCode(const Core::Failure& failure, Damage damage)
+{
+    switch (failure.reason) {
+    case Reason::NotAContainer:
+    case Reason::NewerFormat:
+    case Reason::WrongPassword:
+        return NoAccess;
+    case Reason::Damaged:
+        if (isInHeader(failure)) {
+            return NoAccess;
+        }
+        return damage == Damage::IsFinding ? DamageFound : Failed;
+    case Reason::InUse:
+        return InUse;
+    case Reason::NameNotAllowed:
+    case Reason::PasswordTooShort:
+        return UsageError;
+    default:
+        return Failed;
+    }
+}
+
+} // namespace Velmarin::Cli

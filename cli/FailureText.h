@@ -1,0 +1,32 @@
+#pragma once
+
+#include "core/vault/Failure.h"
+
+#include <QCoreApplication>
+#include <QString>
+
+namespace Velmarin::Cli {
+
+// The engine's reasons in the tool's words, and the exit code each stands for. A sentence that a
+// command also says when it finds the same thing itself comes from here, so it is written once.
+class FailureText
+{
+    Q_DECLARE_TR_FUNCTIONS(FailureText)
+
+public:
+    // Whether a damaged file block is what the command looks for (verify, compact) or stops it.
+    enum class Damage
+    {
+        Fails,
+        IsFinding
+    };
+
+    // One sentence, with the path and the system's own words when the failure has them; empty for
+    // Reason::None.
+    static QString sentence(const Core::Failure& failure);
+    static QString sentence(Core::Failure::Reason reason, const QString& path = QString());
+    // The exit code the reason stands for; Reason::None, a failure nobody explained, is Failed.
+    static int exitCode(const Core::Failure& failure, Damage damage = Damage::Fails);
+};
+
+} // namespace Velmarin::Cli
