@@ -17,9 +17,14 @@ bool EntryOperations::createFolder(const QString& path)
 {
     const VaultIndex& index = m_session.index();
     const QString folder = normalizeVaultPath(path);
-    if (!m_session.canChange() || folder.isEmpty() || index.fileExists(folder) ||
-        index.directoryExists(folder) || index.crossesFile(folder)) {
-        return false;
+    if (!m_session.canChange()) {
+        return m_session.failUnchangeable();
+    }
+    if (folder.isEmpty() || index.crossesFile(folder)) {
+        return m_session.fail(Failure::Reason::NameNotAllowed, path);
+    }
+    if (index.fileExists(folder) || index.directoryExists(folder)) {
+        return m_session.fail(Failure::Reason::AlreadyExists, folder);
     }
     VaultIndex newIndex = index;
     newIndex.ensureParentDirectories(folder);
@@ -32,12 +37,15 @@ bool EntryOperations::deleteEmptyFolder(const QString& path)
 {
     const VaultIndex& index = m_session.index();
     const QString folder = normalizeVaultPath(path);
-    if (!m_session.canChange() || folder.isEmpty()) {
-        return false;
+    if (!m_session.canChange()) {
+        return m_session.failUnchangeable();
     }
-    const DirectoryEntry* stored = index.findDirectory(folder);
-    if (stored == nullptr || index.hasEntriesBelow(folder)) {
-        return false;
+    const DirectoryEntry* stored = folder.isEmpty() ? nullptr : index.findDirectory(folder);
+    if (stored == nullptr) {
+        return m_session.fail(Failure::Reason::NotFound, path);
+    }
+    if (index.hasEntriesBelow(folder)) {
+        return m_session.fail(Failure::Reason::FolderNotEmpty, stored->path);
     }
     VaultIndex newIndex = index;
     return newIndex.removeDirectory(stored->path) && m_session.saveIndex(newIndex);
@@ -47,12 +55,12 @@ bool EntryOperations::deleteFile(const QString& path)
 {
     const VaultIndex& index = m_session.index();
     const QString file = normalizeVaultPath(path);
-    if (!m_session.canChange() || file.isEmpty()) {
-        return false;
+    if (!m_session.canChange()) {
+        return m_session.failUnchangeable();
     }
-    const FileEntry* stored = index.findFile(file);
+    const FileEntry* stored = file.isEmpty() ? nullptr : index.findFile(file);
     if (stored == nullptr) {
-        return false;
+        return m_session.fail(Failure::Reason::NotFound, path);
     }
     VaultIndex newIndex = index;
     return newIndex.removeFile(stored->vaultPath) && m_session.saveIndex(newIndex);
@@ -63,17 +71,28 @@ bool EntryOperations::moveFile(const QString& path, const QString& destinationFo
     const VaultIndex& index = m_session.index();
     const QString oldPath = normalizeVaultPath(path);
     const QString folder = normalizeVaultPath(destinationFolder);
-    if (!m_session.canChange() || oldPath.isEmpty() || !index.fileExists(oldPath)) {
-        return false;
+    if (!m_session.canChange()) {
+        return m_session.failUnchangeable();
+    }
+    if (oldPath.isEmpty() || !index.fileExists(oldPath)) {
+        return m_session.fail(Failure::Reason::NotFound, path);
     }
     if (!folder.isEmpty() && !index.directoryExists(folder)) {
-        return false;
+        return m_session.fail(Failure::Reason::NotFound, destinationFolder);
     }
     // A move never replaces anything, and moving into the folder that holds the file is no move.
     const QString newPath = joinVaultPath(folder, vaultFileName(oldPath));
-    if (newPath.isEmpty() || isSameVaultPath(newPath, oldPath) || index.fileExists(newPath) ||
-        index.directoryExists(newPath) || m_workspace.isOpen(oldPath)) {
-        return false;
+    if (newPath.isEmpty()) {
+        return m_session.fail(Failure::Reason::NameNotAllowed, destinationFolder);
+    }
+    if (isSameVaultPath(newPath, oldPath)) {
+        return m_session.fail(Failure::Reason::SamePlace, oldPath);
+    }
+    if (index.fileExists(newPath) || index.directoryExists(newPath)) {
+        return m_session.fail(Failure::Reason::AlreadyExists, newPath);
+    }
+    if (m_workspace.isOpen(oldPath)) {
+        return m_session.fail(Failure::Reason::OpenForEditing, oldPath);
     }
     return m_session.saveIndex(withFileRenamed(oldPath, newPath));
 }
@@ -84,12 +103,20 @@ bool EntryOperations::renameFile(const QString& oldPath, const QString& newPath)
     const QString from = normalizeVaultPath(oldPath);
     const QString to = normalizeVaultPath(newPath);
     // A change of letter case alone is refused: existence tests could not tell the two apart.
-    if (!m_session.canChange() || from.isEmpty() || to.isEmpty() || isSameVaultPath(from, to)) {
-        return false;
+    if (!m_session.canChange()) {
+        return m_session.failUnchangeable();
     }
-    if (!index.fileExists(from) || index.fileExists(to) || index.directoryExists(to) ||
-        m_workspace.isOpen(from)) {
-        return false;
+    if (from.isEmpty() || !index.fileExists(from)) {
+        return m_session.fail(Failure::Reason::NotFound, oldPath);
+    }
+    if (to.isEmpty() || index.crossesFile(to)) {
+        return m_session.fail(Failure::Reason::NameNotAllowed, newPath);
+    }
+    if (isSameVaultPath(from, to) || index.fileExists(to) || index.directoryExists(to)) {
+        return m_session.fail(Failure::Reason::AlreadyExists, to);
+    }
+    if (m_workspace.isOpen(from)) {
+        return m_session.fail(Failure::Reason::OpenForEditing, from);
     }
     return m_session.saveIndex(withFileRenamed(from, to));
 }
@@ -117,13 +144,23 @@ bool EntryOperations::renameFolder(const QString& oldPath, const QString& newPat
     const VaultIndex& index = m_session.index();
     const QString from = normalizeVaultPath(oldPath);
     const QString to = normalizeVaultPath(newPath);
-    if (!m_session.canChange() || from.isEmpty() || to.isEmpty() || isSameVaultPath(from, to) ||
-        liesBelow(to, from)) {
-        return false;
+    if (!m_session.canChange()) {
+        return m_session.failUnchangeable();
     }
-    if (!index.directoryExists(from) || index.directoryExists(to) || index.fileExists(to) ||
-        index.crossesFile(to) || m_workspace.holdsOpenFile(from)) {
-        return false;
+    if (from.isEmpty() || !index.directoryExists(from)) {
+        return m_session.fail(Failure::Reason::NotFound, oldPath);
+    }
+    if (to.isEmpty() || index.crossesFile(to)) {
+        return m_session.fail(Failure::Reason::NameNotAllowed, newPath);
+    }
+    if (liesBelow(to, from)) {
+        return m_session.fail(Failure::Reason::SamePlace, to);
+    }
+    if (isSameVaultPath(from, to) || index.directoryExists(to) || index.fileExists(to)) {
+        return m_session.fail(Failure::Reason::AlreadyExists, to);
+    }
+    if (m_workspace.holdsOpenFile(from)) {
+        return m_session.fail(Failure::Reason::OpenForEditing, from);
     }
     return m_session.saveIndex(withFolderRenamed(from, to));
 }

@@ -65,10 +65,13 @@ struct Failure
     QString path;
     // The system's own words (an errno or Windows error text), when it gave any.
     QString systemError;
+    // For a reason that stands for a step that failed (EditNotSaved), why that step failed.
+    Reason cause = Reason::None;
 
     bool operator==(const Failure& other) const
     {
-        return reason == other.reason && path == other.path && systemError == other.systemError;
+        return reason == other.reason && path == other.path && systemError == other.systemError &&
+               cause == other.cause;
     }
 };
 

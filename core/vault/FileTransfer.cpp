@@ -6,6 +6,7 @@
 #include "core/vault/VaultSession.h"
 
 #include <QFile>
+#include <QFileDevice>
 #include <QFileInfo>
 #include <QUuid>
 
@@ -18,25 +19,33 @@ FileTransfer::FileTransfer(VaultSession& session)
 bool FileTransfer::importFile(const QString& sourcePath, const QString& vaultPath,
                               const ProgressCallback& progress)
 {
+    if (!m_session.canChange()) {
+        return m_session.failUnchangeable();
+    }
     const QFileInfo sourceInfo(sourcePath);
     if (!sourceInfo.exists() || !sourceInfo.isFile()) {
-        return false;
+        return m_session.fail(Failure::Reason::SourceUnreadable, sourcePath);
     }
     QFile source(sourcePath);
-    return m_session.canChange() && source.open(QIODevice::ReadOnly) &&
-           importFile(source, sourceInfo.size(), sourceInfo.lastModified().toUTC(), vaultPath, progress);
+    if (!source.open(QIODevice::ReadOnly)) {
+        return m_session.fail(Failure::Reason::SourceUnreadable, sourcePath, source.errorString());
+    }
+    return importFile(source, sourceInfo.size(), sourceInfo.lastModified().toUTC(), vaultPath, progress);
 }
 
 bool FileTransfer::importFile(QFile& source, qint64 size, const QDateTime& modifiedUtc,
                               const QString& vaultPath, const ProgressCallback& progress)
 {
     if (!m_session.canChange()) {
-        return false;
+        return m_session.failUnchangeable();
     }
     const VaultIndex& index = m_session.index();
     const QString target = normalizeVaultPath(vaultPath);
-    if (target.isEmpty() || index.crossesFile(target) || index.directoryExists(target)) {
-        return false;
+    if (target.isEmpty() || index.crossesFile(target)) {
+        return m_session.fail(Failure::Reason::NameNotAllowed, vaultPath);
+    }
+    if (index.directoryExists(target)) {
+        return m_session.fail(Failure::Reason::AlreadyExists, target);
     }
     ContainerHeader header;
     if (!m_session.readCurrentHeader(header)) {
@@ -64,17 +73,29 @@ bool FileTransfer::importFile(QFile& source, qint64 size, const QDateTime& modif
     const QString containerPath = m_session.containerPath();
     QFile container(containerPath);
     if (!container.open(QIODevice::ReadWrite | QIODevice::Unbuffered)) {
-        return false;
+        return m_session.failWrite(containerPath, &container);
     }
     const qint64 rollbackSize = container.size();
     const PayloadStore store = m_session.payloadStore();
     // The blocks are on the device before the header that refers to them is written.
-    const bool appended = container.seek(rollbackSize) &&
-                          store.appendBlocks(source, container, entry.sizeBytes, target, progress, entry) &&
-                          FileSync::flushToDevice(container);
+    const bool written = container.seek(rollbackSize) &&
+                         store.appendBlocks(source, container, entry.sizeBytes, target, progress, entry);
+    const bool appended = written && FileSync::flushToDevice(container);
+    // Told apart before the container is cut back, while the drive is still as full as it got.
+    if (!written && source.error() != QFileDevice::NoError) {
+        m_session.fail(Failure::Reason::SourceUnreadable, source.fileName(), source.errorString());
+    } else if (!written) {
+        m_session.failWrite(containerPath, &container);
+    } else if (!appended) {
+        m_session.failWrite(containerPath);
+    }
     container.close();
     bool oldHeaderKept = true;
-    if (!appended || !newIndex.upsertFile(entry) || !m_session.saveIndex(header, newIndex, &oldHeaderKept)) {
+    if (appended && !newIndex.upsertFile(entry)) {
+        m_session.fail(Failure::Reason::NameNotAllowed, target);
+    }
+    if (!appended || m_session.failure().reason != Failure::Reason::None ||
+        !m_session.saveIndex(header, newIndex, &oldHeaderKept)) {
         // A header that may refer to the new blocks keeps them; they are dead space at worst.
         if (oldHeaderKept) {
             truncateContainer(container, containerPath, rollbackSize);
@@ -99,31 +120,54 @@ void FileTransfer::truncateContainer(QFile& container, const QString& path, qint
 
 bool FileTransfer::exportFile(const QString& vaultPath, QIODevice* destination) const
 {
-    if (destination == nullptr || !m_session.isOpen()) {
-        return false;
+    if (!m_session.isOpen()) {
+        return m_session.fail(Failure::Reason::NotUnlocked);
     }
     const FileEntry* entry = m_session.index().findFile(normalizeVaultPath(vaultPath));
     if (entry == nullptr) {
-        return false;
+        return m_session.fail(Failure::Reason::NotFound, vaultPath);
+    }
+    if (destination == nullptr) {
+        return m_session.fail(Failure::Reason::DestinationUnwritable, vaultPath);
     }
     QFile container(m_session.containerPath());
     if (!container.open(QIODevice::ReadOnly)) {
-        return false;
+        return m_session.fail(Failure::Reason::DriveRead, container.fileName(), container.errorString());
     }
-    return m_session.payloadStore().exportBlocks(container, *entry, *destination);
+    if (m_session.payloadStore().exportBlocks(container, *entry, *destination)) {
+        return true;
+    }
+    if (container.error() != QFileDevice::NoError) {
+        return m_session.fail(Failure::Reason::DriveRead, container.fileName(), container.errorString());
+    }
+    const auto* file = qobject_cast<const QFileDevice*>(destination);
+    if (file != nullptr && file->error() != QFileDevice::NoError) {
+        return m_session.fail(Failure::Reason::DestinationUnwritable, file->fileName(), file->errorString());
+    }
+    // The drive read every byte it was asked for and they did not authenticate.
+    return m_session.fail(Failure::Reason::Damaged, entry->vaultPath);
 }
 
 bool FileTransfer::exportFile(const QString& vaultPath, const QString& destinationPath) const
 {
     const QString source = normalizeVaultPath(vaultPath);
-    if (source.isEmpty() || !m_session.isOpen()) {
-        return false;
+    if (!m_session.isOpen()) {
+        return m_session.fail(Failure::Reason::NotUnlocked);
     }
+    if (source.isEmpty()) {
+        return m_session.fail(Failure::Reason::NotFound, vaultPath);
+    }
+    // The file the user chose to overwrite is emptied before the entry is looked up, as export always did.
     QFile destination(destinationPath);
     if (!destination.open(QIODevice::WriteOnly | QIODevice::Truncate)) {
+        return m_session.fail(Failure::Reason::DestinationUnwritable, destinationPath,
+                              destination.errorString());
+    }
+    if (!exportFile(source, &destination)) {
         return false;
     }
-    return exportFile(source, &destination) && destination.flush();
+    return destination.flush() ||
+           m_session.fail(Failure::Reason::DestinationUnwritable, destinationPath, destination.errorString());
 }
 
 } // namespace Velmarin::Core

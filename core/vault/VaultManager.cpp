@@ -1,6 +1,5 @@
 #include "core/vault/VaultManager.h"
 
-#include "core/container/ContainerRecovery.h"
 #include "core/container/IndexCipher.h"
 #include "core/container/PayloadStore.h"
 #include "core/crypto/ProcessProtection.h"
@@ -31,9 +30,13 @@ bool VaultManager::isPasswordAcceptable(const QString& password)
 
 bool VaultManager::createVault(const QString& containerPath, const QByteArray& password)
 {
+    m_session.clearFailure();
     // An open session still holds edits and a workspace: it is closed with lock, never replaced.
-    if (isUnlocked() || !isPasswordAcceptable(password)) {
-        return false;
+    if (isUnlocked()) {
+        return m_session.fail(Failure::Reason::AlreadyUnlocked);
+    }
+    if (!isPasswordAcceptable(password)) {
+        return m_session.fail(Failure::Reason::PasswordTooShort);
     }
     ProcessProtection::disableCoreDumps();
     const VaultCrypto& crypto = m_session.crypto();
@@ -46,20 +49,26 @@ bool VaultManager::createVault(const QString& containerPath, const QByteArray& p
     const SecretBytes masterKey = SecretBytes::takeFrom(randomKey);
     header.crypto.encryptedMasterKey = keyWrap.wrap(header, password, masterKey.view());
     if (header.crypto.encryptedMasterKey.isEmpty()) {
-        return false;
+        return m_session.fail(Failure::Reason::NotEnoughMemory);
     }
     header.encryptedIndex =
         IndexCipher(crypto, masterKey.view(VaultCrypto::KeySize)).encryptIndex(header, VaultIndex());
     if (header.encryptedIndex.isEmpty()) {
-        return false;
+        return m_session.fail(Failure::Reason::NotEnoughMemory);
     }
-    return m_session.containerFile().writeNewContainer(containerPath, header);
+    m_session.name(containerPath);
+    return m_session.containerFile().writeNewContainer(containerPath, header) ||
+           m_session.failWrite(containerPath);
 }
 
 bool VaultManager::unlock(const QString& containerPath, const QByteArray& password, Access access)
 {
-    if (isUnlocked() || password.isEmpty()) {
-        return false;
+    m_session.clearFailure();
+    if (isUnlocked()) {
+        return m_session.fail(Failure::Reason::AlreadyUnlocked);
+    }
+    if (password.isEmpty()) {
+        return m_session.fail(Failure::Reason::WrongPassword);
     }
     // Before the master key exists in this process.
     ProcessProtection::disableCoreDumps();
@@ -67,54 +76,64 @@ bool VaultManager::unlock(const QString& containerPath, const QByteArray& passwo
     // A compaction cut short may have left only its journal where the container was.
     if (access == Access::ReadWrite && !QFileInfo::exists(containerPath) &&
         m_session.recoverContainer(containerPath) == Recovery::Failed) {
-        return false;
+        return m_session.fail(Failure::Reason::InterruptedChange, containerPath);
     }
     // The lock comes first: a container another session holds is refused before its header is read.
     ContainerLock& containerLock = m_session.lock();
-    if (containerLock.acquire(containerPath) != ContainerLock::Result::Acquired) {
+    if (!m_session.takeLock(containerLock, containerPath)) {
         return false;
     }
-    const auto refuse = [&containerLock] {
+    const auto refuse = [this, &containerLock](Failure::Reason reason) {
         containerLock.release();
-        return false;
+        return m_session.failUnlessKnown(reason);
     };
     // A read-only session writes nothing, so it opens only what reads as it stands.
     if (access == Access::ReadWrite && m_session.lastRecovery() == Recovery::Nothing &&
         m_session.recoverContainer(containerPath) == Recovery::Failed) {
-        return refuse();
+        return refuse(Failure::Reason::InterruptedChange);
     }
     ContainerHeader header;
     if (!m_session.containerFile().readHeader(containerPath, header)) {
-        return refuse();
+        m_session.failRead(containerPath);
+        return refuse(Failure::Reason::NotAContainer);
     }
     const VaultCrypto& crypto = m_session.crypto();
     SecretBytes masterKey = MasterKeyWrap(crypto).unwrap(header, password);
     if (masterKey.isEmpty()) {
-        return refuse();
+        return refuse(Failure::Reason::WrongPassword);
     }
     VaultIndex index;
     if (!IndexCipher(crypto, masterKey.view(VaultCrypto::KeySize)).decryptIndex(header, index)) {
-        return refuse();
+        // The master key opened, so the password was right: the index itself was altered.
+        return refuse(Failure::Reason::Damaged);
     }
     m_session.open(containerPath, std::move(masterKey), std::move(index), access);
     if (access == Access::ReadOnly || !m_workspace.isEnabled()) {
         return true;
     }
     // Failing to take the workspace still leaves the session open; the next lock releases it.
-    return m_workspace.acquire(m_session.workspaceId());
+    return m_workspace.acquire(m_session.workspaceId()) ||
+           m_session.fail(Failure::Reason::WorkspaceUnavailable, m_workspace.root());
 }
 
 VaultManager::Recovery VaultManager::recover(const QString& containerPath)
 {
+    m_session.clearFailure();
     if (isUnlocked()) {
+        m_session.fail(Failure::Reason::AlreadyUnlocked);
         return Recovery::Failed;
     }
     m_session.forgetRecovery();
     ContainerLock lock;
     if (QFileInfo::exists(containerPath) && lock.acquire(containerPath) != ContainerLock::Result::Acquired) {
+        m_session.fail(Failure::Reason::InUse, containerPath);
         return Recovery::Failed;
     }
-    return m_session.recoverContainer(containerPath);
+    const Recovery outcome = m_session.recoverContainer(containerPath);
+    if (outcome == Recovery::Failed) {
+        m_session.fail(Failure::Reason::InterruptedChange, containerPath);
+    }
+    return outcome;
 }
 
 bool VaultManager::hasInterruptedChange(const QString& containerPath)
@@ -122,15 +141,26 @@ bool VaultManager::hasInterruptedChange(const QString& containerPath)
     return ContainerRecovery::hasJournal(containerPath);
 }
 
+QString VaultManager::containerPathOn(const QString& driveRoot)
+{
+    return ContainerFile::defaultContainerPath(driveRoot);
+}
+
+bool VaultManager::isInUse(const QString& containerPath)
+{
+    return ContainerLock::isInUse(containerPath);
+}
+
 bool VaultManager::lock()
 {
+    m_session.clearFailure();
     // Edits come home first; one that cannot be stored keeps the vault open so nothing is lost.
     if (isUnlocked() && !m_edits.bringBackChanged()) {
         return false;
     }
     const bool released = m_workspace.release();
     endSession();
-    return released;
+    return released || m_session.fail(Failure::Reason::WorkspaceUnavailable, m_workspace.root());
 }
 
 void VaultManager::endSession()
@@ -146,95 +176,118 @@ void VaultManager::lockKeepingEdits()
 
 bool VaultManager::bringBackLeftoverEdits()
 {
+    m_session.clearFailure();
     return m_edits.bringBackLeftovers();
 }
 
 bool VaultManager::discardLeftoverEdits()
 {
-    return m_workspace.discardLeftovers();
+    m_session.clearFailure();
+    return m_workspace.discardLeftovers() ||
+           m_session.fail(Failure::Reason::WorkspaceUnavailable, m_workspace.root());
 }
 
 bool VaultManager::changePassword(const QString& containerPath, const QByteArray& currentPassword,
                                   const QByteArray& newPassword)
 {
-    if (isUnlocked() || currentPassword.isEmpty() || !isPasswordAcceptable(newPassword)) {
-        return false;
+    m_session.clearFailure();
+    if (isUnlocked()) {
+        return m_session.fail(Failure::Reason::AlreadyUnlocked);
+    }
+    if (currentPassword.isEmpty()) {
+        return m_session.fail(Failure::Reason::WrongPassword);
+    }
+    if (!isPasswordAcceptable(newPassword)) {
+        return m_session.fail(Failure::Reason::PasswordTooShort);
     }
     ProcessProtection::disableCoreDumps();
     // The wrapped master key shares the header with the index a session may be rewriting.
     ContainerLock lock;
-    if (lock.acquire(containerPath) != ContainerLock::Result::Acquired) {
+    if (!m_session.takeLock(lock, containerPath)) {
         return false;
     }
     m_session.forgetRecovery();
+    if (m_session.recoverContainer(containerPath) == Recovery::Failed) {
+        return m_session.fail(Failure::Reason::InterruptedChange, containerPath);
+    }
     ContainerHeader header;
-    if (m_session.recoverContainer(containerPath) == Recovery::Failed ||
-        !m_session.containerFile().readHeader(containerPath, header)) {
-        return false;
+    if (!m_session.containerFile().readHeader(containerPath, header)) {
+        return m_session.failRead(containerPath);
     }
     const MasterKeyWrap keyWrap(m_session.crypto());
     const SecretBytes masterKey = keyWrap.unwrap(header, currentPassword);
     if (masterKey.isEmpty()) {
-        return false;
+        return m_session.fail(Failure::Reason::WrongPassword);
     }
     // Only the wrapping changes: the index's associated data has neither salt, nonce nor KDF name.
     keyWrap.renewSettings(header);
     header.crypto.encryptedMasterKey = keyWrap.wrap(header, newPassword, masterKey.view());
     if (header.crypto.encryptedMasterKey.isEmpty()) {
-        return false;
+        return m_session.fail(Failure::Reason::NotEnoughMemory);
     }
-    return m_session.containerFile().rewriteHeader(containerPath, header);
+    return m_session.containerFile().rewriteHeader(containerPath, header) ||
+           m_session.failWrite(containerPath);
 }
 
 bool VaultManager::importFile(const QString& sourcePath, const QString& vaultPath,
                               const ProgressCallback& progress)
 {
+    m_session.clearFailure();
     return m_transfer.importFile(sourcePath, vaultPath, progress);
 }
 
 bool VaultManager::importFile(QFile& source, qint64 size, const QDateTime& modifiedUtc,
                               const QString& vaultPath, const ProgressCallback& progress)
 {
+    m_session.clearFailure();
     return m_transfer.importFile(source, size, modifiedUtc, vaultPath, progress);
 }
 
 bool VaultManager::exportFile(const QString& vaultPath, QIODevice* destination)
 {
+    m_session.clearFailure();
     return m_transfer.exportFile(vaultPath, destination);
 }
 
 bool VaultManager::exportFile(const QString& vaultPath, const QString& destinationPath)
 {
+    m_session.clearFailure();
     return m_transfer.exportFile(vaultPath, destinationPath);
 }
 
 bool VaultManager::createFolder(const QString& path)
 {
+    m_session.clearFailure();
     return m_entries.createFolder(path);
 }
 
 bool VaultManager::deleteEmptyFolder(const QString& path)
 {
+    m_session.clearFailure();
     return m_entries.deleteEmptyFolder(path);
 }
 
 bool VaultManager::deleteFile(const QString& path)
 {
+    m_session.clearFailure();
     return m_entries.deleteFile(path);
 }
 
 bool VaultManager::moveFile(const QString& path, const QString& destinationFolder)
 {
+    m_session.clearFailure();
     return m_entries.moveFile(path, destinationFolder);
 }
 
 bool VaultManager::renameFile(const QString& oldPath, const QString& newPath)
 {
+    m_session.clearFailure();
     return m_entries.renameFile(oldPath, newPath);
 }
 
 bool VaultManager::renameFolder(const QString& oldPath, const QString& newPath)
 {
+    m_session.clearFailure();
     return m_entries.renameFolder(oldPath, newPath);
 }
 
@@ -255,6 +308,22 @@ bool VaultManager::entryExists(const QString& path) const
     return fileExists(path) || directoryExists(path);
 }
 
+bool VaultManager::checkNewEntry(const QString& folder, const QString& name, QString* path)
+{
+    m_session.clearFailure();
+    if (!isValidEntryName(name)) {
+        return m_session.fail(Failure::Reason::NameNotAllowed, name);
+    }
+    const QString joined = joinEntryPath(folder, name);
+    if (entryExists(joined)) {
+        return m_session.fail(Failure::Reason::AlreadyExists, joined);
+    }
+    if (path != nullptr) {
+        *path = joined;
+    }
+    return true;
+}
+
 bool VaultManager::isOpenForEdit(const QString& vaultPath) const
 {
     return m_edits.isOpenForEdit(vaultPath);
@@ -262,6 +331,7 @@ bool VaultManager::isOpenForEdit(const QString& vaultPath) const
 
 bool VaultManager::openForEdit(const QString& vaultPath, QString* localPath)
 {
+    m_session.clearFailure();
     return m_edits.openForEdit(vaultPath, localPath);
 }
 
@@ -274,8 +344,9 @@ bool VaultManager::compactVault(const ProgressCallback& progress, QString* prese
     if (damagedFiles != nullptr) {
         damagedFiles->clear();
     }
-    if (!m_session.canChange() || m_session.containerPath().isEmpty()) {
-        return false;
+    m_session.clearFailure();
+    if (!m_session.canChange()) {
+        return m_session.failUnchangeable();
     }
     const IndexCipher cipher = m_session.indexCipher();
     const PayloadStore store = m_session.payloadStore();
@@ -289,7 +360,10 @@ bool VaultManager::compactVault(const ProgressCallback& progress, QString* prese
     // The container may be a new file now; the lock goes onto whatever holds the vault.
     m_session.lock().acquire(m_session.containerPath());
     if (!done) {
-        return false;
+        if (damagedFiles != nullptr && !damagedFiles->isEmpty()) {
+            return m_session.fail(Failure::Reason::Damaged, damagedFiles->constFirst());
+        }
+        return m_session.failWrite(m_session.containerPath());
     }
     m_session.installIndex(std::move(compacted));
     return true;

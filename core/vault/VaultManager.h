@@ -62,6 +62,10 @@ public:
     // Whether a change was cut short beside containerPath (its journal is there), even when no
     // container is.
     static bool hasInterruptedChange(const QString& containerPath);
+    // Where a drive's container lives: "velmarin.vltx" at the root of driveRoot.
+    static QString containerPathOn(const QString& driveRoot);
+    // Whether another window or command holds the container now (see ContainerLock).
+    static bool isInUse(const QString& containerPath);
     bool changePassword(const QString& containerPath, const QByteArray& currentPassword,
                         const QByteArray& newPassword);
 
@@ -112,6 +116,10 @@ public:
     bool directoryExists(const QString& path) const;
     // A file or a folder, in any letter case: what a new entry at path would clash with.
     bool entryExists(const QString& path) const;
+    // The rule for a name typed for a new or renamed entry in folder: a simple name (see
+    // isValidEntryName) that nothing in folder has yet. Fills path, or records NameNotAllowed or
+    // AlreadyExists. Checked before anything is asked or written.
+    bool checkNewEntry(const QString& folder, const QString& name, QString* path);
 
     bool openForEdit(const QString& vaultPath, QString* localPath);
     bool isOpenForEdit(const QString& vaultPath) const;

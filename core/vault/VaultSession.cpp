@@ -1,16 +1,23 @@
 #include "core/vault/VaultSession.h"
 
 #include "core/container/ContainerJournal.h"
+#include "core/container/ContainerProbe.h"
 #include "core/container/IndexCipher.h"
 #include "core/container/PayloadStore.h"
 
+#include <QFileDevice>
 #include <QFileInfo>
+#include <QStorageInfo>
+
+#include <cerrno>
 
 namespace Velmarin::Core {
 
 namespace {
 
 const QByteArray FileBlockLabel = QByteArrayLiteral("file-block");
+// A write that failed with less than a block and a header free was most likely out of room.
+constexpr qint64 NearlyFull = PayloadStore::BlockSize + ContainerFile::HeaderRegionSize;
 
 } // namespace
 
@@ -62,8 +69,10 @@ bool VaultSession::readCurrentHeader(ContainerHeader& header)
     }
     // An earlier change of this session may have been cut off by the drive half-way through its
     // header; this session holds the lock, so it can put the old header back itself.
-    return recoverContainer(m_containerPath) != ContainerRecovery::Outcome::Failed &&
-           m_containerFile.readHeader(m_containerPath, header);
+    if (recoverContainer(m_containerPath) == ContainerRecovery::Outcome::Failed) {
+        return fail(Failure::Reason::InterruptedChange, m_containerPath);
+    }
+    return m_containerFile.readHeader(m_containerPath, header) || failRead(m_containerPath);
 }
 
 bool VaultSession::saveIndex(const VaultIndex& newIndex)
@@ -77,9 +86,15 @@ bool VaultSession::saveIndex(ContainerHeader& header, const VaultIndex& newIndex
     if (oldHeaderKept != nullptr) {
         *oldHeaderKept = true;
     }
-    if (!indexCipher().sealInto(header, newIndex) ||
-        !m_containerFile.rewriteHeader(m_containerPath, header, oldHeaderKept)) {
-        return false;
+    if (!indexCipher().sealInto(header, newIndex)) {
+        return fail(Failure::Reason::NotEnoughMemory);
+    }
+    if (!m_containerFile.rewriteHeader(m_containerPath, header, oldHeaderKept)) {
+        // Told apart only after the fact, so a change that fits pays for one serialisation.
+        if (m_containerFile.serializeHeader(header).size() > ContainerFile::HeaderRegionSize) {
+            return fail(Failure::Reason::IndexFull, m_containerPath);
+        }
+        return failWrite(m_containerPath);
     }
     m_index = newIndex;
     return true;
@@ -94,6 +109,55 @@ bool VaultSession::fail(Failure::Reason reason, const QString& path, const QStri
 bool VaultSession::failUnlessKnown(Failure::Reason reason, const QString& path)
 {
     return m_failure.reason != Failure::Reason::None ? false : fail(reason, path);
+}
+
+bool VaultSession::takeLock(ContainerLock& lock, const QString& containerPath)
+{
+    switch (lock.acquire(containerPath)) {
+    case ContainerLock::Result::Acquired:
+        return true;
+    case ContainerLock::Result::InUse:
+        return fail(Failure::Reason::InUse, containerPath);
+    case ContainerLock::Result::Failed:
+        break;
+    }
+    return failRead(containerPath);
+}
+
+bool VaultSession::failRead(const QString& containerPath)
+{
+    const ContainerProbe::Finding finding = ContainerProbe::probe(containerPath);
+    switch (finding.verdict) {
+    case ContainerProbe::Verdict::Missing:
+        return fail(Failure::Reason::ContainerMissing, containerPath);
+    case ContainerProbe::Verdict::NewerFormat:
+        return fail(Failure::Reason::NewerFormat, containerPath);
+    case ContainerProbe::Verdict::NotAFile:
+    case ContainerProbe::Verdict::NotAContainer:
+        return fail(Failure::Reason::NotAContainer, containerPath);
+    case ContainerProbe::Verdict::Unreadable:
+    case ContainerProbe::Verdict::Readable:
+        // Readable now: the drive failed the first read and not the second.
+        break;
+    }
+    return fail(Failure::Reason::DriveRead, containerPath, finding.systemError);
+}
+
+bool VaultSession::failWrite(const QString& path, const QFileDevice* device)
+{
+    const bool told = device != nullptr && device->error() != QFileDevice::NoError;
+    const QString systemError = told ? device->errorString() : QString();
+    // Qt reports a write the system cut short without its error: the drive took what fitted.
+    const bool cutShort = device != nullptr && !told;
+    const QStorageInfo drive(QFileInfo(path).absolutePath());
+    const bool nearlyFull = drive.isValid() && drive.bytesAvailable() < NearlyFull;
+    if (nearlyFull || cutShort || systemError == qt_error_string(ENOSPC)) {
+        return fail(Failure::Reason::NoSpace, path, systemError);
+    }
+    if (systemError == qt_error_string(EFBIG)) {
+        return fail(Failure::Reason::FileTooLargeForFileSystem, path, systemError);
+    }
+    return fail(Failure::Reason::DriveWrite, path, systemError);
 }
 
 ContainerRecovery::Outcome VaultSession::recoverContainer(const QString& containerPath)

@@ -10,6 +10,8 @@
 
 #include <QString>
 
+class QFileDevice;
+
 namespace Velmarin::Core {
 
 class IndexCipher;
@@ -35,6 +37,8 @@ public:
     VaultSession& operator=(const VaultSession&) = delete;
 
     void open(const QString& containerPath, SecretBytes masterKey, VaultIndex index, Access access);
+    // The container a locked session names, such as the one just created.
+    void name(const QString& containerPath) { m_containerPath = containerPath; }
     // Wipes the keys and the index and gives up the container.
     void close();
 
@@ -75,6 +79,21 @@ public:
     // Keeps a reason a lower step already recorded; records reason only when there is none yet.
     bool failUnlessKnown(Failure::Reason reason, const QString& path = QString());
     const Failure& failure() const { return m_failure; }
+    void setCause(Failure::Reason cause) { m_failure.cause = cause; }
+    // Records why a change is refused: the vault is locked, or open read-only.
+    bool failUnchangeable()
+    {
+        return fail(m_open ? Failure::Reason::ReadOnly : Failure::Reason::NotUnlocked);
+    }
+    // Takes lock on containerPath, or records why not: another session holds it, or the file is not
+    // there or does not open.
+    bool takeLock(ContainerLock& lock, const QString& containerPath);
+    // Records why containerPath did not read as a container: missing, not one, newer, unreadable.
+    bool failRead(const QString& containerPath);
+    // Records why a write to path (the container, its journal, a new container) failed: a full drive
+    // is told apart from other failures by the drive's free space and the system's error.
+    // device is the file whose open or write failed, when the caller has it.
+    bool failWrite(const QString& path, const QFileDevice* device = nullptr);
     void forgetRecovery() { m_recovery = ContainerRecovery::Outcome::Nothing; }
 
 private:

@@ -23,24 +23,31 @@ bool WorkspaceEdits::isOpenForEdit(const QString& vaultPath) const
 
 bool WorkspaceEdits::openForEdit(const QString& vaultPath, QString* localPath)
 {
-    if (!m_session.canChange() || localPath == nullptr || !m_workspace.isAcquired()) {
-        return false;
+    if (!m_session.canChange()) {
+        return m_session.failUnchangeable();
+    }
+    if (localPath == nullptr || !m_workspace.isAcquired()) {
+        return m_session.fail(Failure::Reason::WorkspaceUnavailable, m_workspace.root());
     }
     const QString path = normalizeVaultPath(vaultPath);
-    const FileEntry* stored = m_session.index().findFile(path);
-    if (path.isEmpty() || stored == nullptr) {
-        return false;
+    const FileEntry* stored = path.isEmpty() ? nullptr : m_session.index().findFile(path);
+    if (stored == nullptr) {
+        return m_session.fail(Failure::Reason::NotFound, vaultPath);
     }
     // The copy goes under the name the vault keeps, so it comes back to the same entry.
     const QString storedPath = stored->vaultPath;
     QFile copy;
     QString local;
     if (!m_workspace.createCopy(storedPath, copy, &local)) {
+        return m_session.fail(Failure::Reason::WorkspaceUnavailable, m_workspace.directory(),
+                              copy.errorString());
+    }
+    if (!m_transfer.exportFile(storedPath, &copy)) {
         return false;
     }
-    const bool exported = m_transfer.exportFile(storedPath, &copy) && copy.flush();
-    if (!exported || !m_workspace.record(storedPath, copy)) {
-        return false;
+    if (!copy.flush() || !m_workspace.record(storedPath, copy)) {
+        return m_session.fail(Failure::Reason::WorkspaceUnavailable, m_workspace.directory(),
+                              copy.errorString());
     }
     *localPath = local;
     return true;
@@ -53,15 +60,27 @@ bool WorkspaceEdits::bringBackChanged()
 
 bool WorkspaceEdits::bringBackLeftovers()
 {
-    return m_session.canChange() && bringBack(m_workspace.leftovers()) && m_workspace.discardLeftovers();
+    if (!m_session.canChange()) {
+        return m_session.failUnchangeable();
+    }
+    return bringBack(m_workspace.leftovers()) &&
+           (m_workspace.discardLeftovers() ||
+            m_session.fail(Failure::Reason::WorkspaceUnavailable, m_workspace.root()));
 }
 
 bool WorkspaceEdits::bringBack(const QList<EditedFile>& copies)
 {
     for (const EditedFile& edited : copies) {
         QFile copy;
-        if (!m_workspace.openCopy(edited.vaultPath, copy) ||
-            !m_transfer.importFile(copy, copy.size(), PrivateFolder::modified(copy), edited.vaultPath, {})) {
+        const bool stored =
+            m_workspace.openCopy(edited.vaultPath, copy) &&
+            m_transfer.importFile(copy, copy.size(), PrivateFolder::modified(copy), edited.vaultPath, {});
+        if (!stored) {
+            // What stopped the import travels along, so the user learns what to do with the copy.
+            const Failure cause = m_session.failure();
+            const QString why = !cause.systemError.isEmpty() ? cause.systemError : copy.errorString();
+            m_session.fail(Failure::Reason::EditNotSaved, edited.vaultPath, why);
+            m_session.setCause(cause.reason);
             return false;
         }
     }
