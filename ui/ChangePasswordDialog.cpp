@@ -1,5 +1,6 @@
 #include "ui/ChangePasswordDialog.h"
 
+#include "core/vault/VaultManager.h"
 #include "ui/MessageBoxes.h"
 
 #include <QDialogButtonBox>
@@ -76,8 +77,10 @@ void ChangePasswordDialog::validateAndAccept()
         MessageBoxes::warning(this, title, tr("Informe a senha atual."));
         return;
     }
-    if (m_newPassword->text().size() < 12) {
-        MessageBoxes::warning(this, title, tr("Use uma nova senha com pelo menos 12 caracteres."));
+    if (!Core::VaultManager::isPasswordAcceptable(m_newPassword->text())) {
+        MessageBoxes::warning(this, title,
+                              tr("Use uma nova senha com pelo menos %1 caracteres.")
+                                  .arg(Core::VaultManager::MinimumPasswordLength));
         return;
     }
     if (m_confirmation->text() != m_newPassword->text()) {

@@ -1,5 +1,6 @@
 #include "ui/MainWindow.h"
 
+#include "ui/FailureText.h"
 #include "ui/MessageBoxes.h"
 #include "ui/PadlockIcon.h"
 #include "ui/ProductInfo.h"
@@ -328,7 +329,8 @@ void MainWindow::resetToRoot()
 void MainWindow::closeEvent(QCloseEvent* event)
 {
     if (m_vault.isUnlocked() && !m_vault.lock()) {
-        MessageBoxes::warning(this, tr("Velmarin"), tr("Não foi possível bloquear o cofre."));
+        MessageBoxes::warning(this, tr("Velmarin"), tr("Não foi possível bloquear o cofre."),
+                              FailureText::why(m_vault.lastFailure()));
         event->ignore();
         // A lock that failed only at cleaning the workspace did lock: show what is true now.
         refreshFileTable();

@@ -139,6 +139,8 @@ private:
 
     // Vault actions (MainWindowVaultActions.cpp).
     bool requireSelectedContainer();
+    // Why an unlock failed, in the box that fits: in use, missing, newer, or the password and its reason.
+    void explainUnlockFailure();
     // After an unlock that had to put back what a cut-short change left behind.
     void tellAboutRecovery();
     // Warns and answers true when another session holds the selected container.
@@ -154,7 +156,6 @@ private:
 
     // File actions (MainWindowFileActions.cpp).
     bool confirmImportSpace(const QStringList& files);
-    bool entryExists(const QString& path) const;
     void renameEntry(bool folder);
 
     // Locking on its own (MainWindowAutoLock.cpp).

@@ -1,5 +1,4 @@
 // The device list: filling it from the device manager and pointing at the container's drive.
-#include "core/container/ContainerFile.h"
 #include "core/index/DisplayFormat.h"
 #include "ui/MainWindow.h"
 #include "ui/MessageBoxes.h"
@@ -161,7 +160,7 @@ void MainWindow::discoverContainer(QListWidgetItem* item)
     if (root.isEmpty()) {
         return;
     }
-    const QString candidate = Core::ContainerFile::defaultContainerPath(root);
+    const QString candidate = Core::VaultManager::containerPathOn(root);
     // A compaction cut short may have left only its journal: unlocking puts the container back.
     if (!QFileInfo::exists(candidate) && !Core::VaultManager::hasInterruptedChange(candidate)) {
         MessageBoxes::information(this, tr("Velmarin"),

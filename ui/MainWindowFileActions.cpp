@@ -3,6 +3,7 @@
 #include "core/index/DisplayFormat.h"
 #include "core/index/VaultPath.h"
 #include "core/vault/ImportSpace.h"
+#include "ui/FailureText.h"
 #include "ui/MainWindow.h"
 #include "ui/MessageBoxes.h"
 #include "ui/MoveFileDialog.h"
@@ -45,7 +46,8 @@ void MainWindow::importFiles()
             ++imported;
         } else {
             MessageBoxes::warning(this, tr("Velmarin"),
-                                  tr("Não foi possível importar %1.").arg(QFileInfo(file).fileName()));
+                                  tr("Não foi possível importar %1.").arg(QFileInfo(file).fileName()),
+                                  FailureText::why(m_vault.lastFailure()));
         }
     }
     progress->setValue(progress->maximum());
@@ -123,7 +125,8 @@ void MainWindow::exportFile()
         showOutcome(tr("Arquivo exportado com sucesso."));
         return;
     }
-    MessageBoxes::warning(this, tr("Velmarin"), tr("Não foi possível exportar o arquivo."));
+    MessageBoxes::warning(this, tr("Velmarin"), tr("Não foi possível exportar o arquivo."),
+                          FailureText::why(m_vault.lastFailure()));
     showOutcome(tr("Falha ao exportar o arquivo."));
 }
 
@@ -135,7 +138,8 @@ void MainWindow::openFile()
     }
     QString workingPath;
     if (!m_vault.openForEdit(path, &workingPath)) {
-        MessageBoxes::warning(this, tr("Velmarin"), tr("Não foi possível preparar o arquivo para edição."));
+        MessageBoxes::warning(this, tr("Velmarin"), tr("Não foi possível preparar o arquivo para edição."),
+                              FailureText::why(m_vault.lastFailure()));
         return;
     }
     if (m_urlOpener->openUrl(QUrl::fromLocalFile(workingPath))) {
@@ -179,14 +183,15 @@ void MainWindow::moveFile()
         return;
     }
     const QString folder = dialog.chosenFolder();
-    if (entryExists(Core::joinEntryPath(folder, name))) {
+    if (m_vault.entryExists(Core::joinEntryPath(folder, name))) {
         MessageBoxes::warning(this, title, tr("Já existe um item com esse nome na pasta de destino."));
         return;
     }
     if (!m_vault.moveFile(path, folder)) {
         MessageBoxes::warning(
             this, title,
-            tr("Não foi possível mover o arquivo. Feche o arquivo se ele estiver aberto e tente novamente."));
+            tr("Não foi possível mover o arquivo. Feche o arquivo se ele estiver aberto e tente novamente."),
+            FailureText::why(m_vault.lastFailure()));
         return;
     }
     refreshFileTable();
@@ -221,18 +226,9 @@ void MainWindow::renameEntry(bool folder)
     if (!accepted || name.isEmpty() || name == currentName) {
         return;
     }
-    if (!Core::isValidEntryName(name)) {
-        MessageBoxes::warning(this, title,
-                              folder
-                                  ? tr("Use um nome de pasta simples, sem barras, pontos isolados ou caminho "
-                                       "relativo.")
-                                  : tr("Use um nome de arquivo simples, sem barras, pontos isolados ou "
-                                       "caminho relativo."));
-        return;
-    }
-    const QString newPath = Core::joinEntryPath(Core::parentVaultPath(oldPath), name);
-    if (entryExists(newPath)) {
-        MessageBoxes::warning(this, title, tr("Já existe um item com esse nome nesta pasta."));
+    QString newPath;
+    if (!m_vault.checkNewEntry(Core::parentVaultPath(oldPath), name, &newPath)) {
+        MessageBoxes::warning(this, title, FailureText::nameRefusal(m_vault.lastFailure(), folder));
         return;
     }
     const bool renamed =
@@ -243,7 +239,8 @@ void MainWindow::renameEntry(bool folder)
             folder ? tr("Não foi possível renomear a pasta. Feche arquivos abertos dentro dela "
                         "e tente novamente.")
                    : tr("Não foi possível renomear o arquivo. Feche o arquivo se ele estiver "
-                        "aberto e tente novamente."));
+                        "aberto e tente novamente."),
+            FailureText::why(m_vault.lastFailure()));
         return;
     }
     refreshFileTable();
@@ -260,19 +257,14 @@ void MainWindow::createFolder()
     if (!accepted || name.isEmpty()) {
         return;
     }
-    if (!Core::isValidEntryName(name)) {
-        MessageBoxes::warning(
-            this, title,
-            tr("Use um nome de pasta simples, sem barras, pontos isolados ou caminho relativo."));
-        return;
-    }
-    const QString path = Core::joinEntryPath(m_currentFolder, name);
-    if (entryExists(path)) {
-        MessageBoxes::warning(this, title, tr("Já existe um item com esse nome nesta pasta."));
+    QString path;
+    if (!m_vault.checkNewEntry(m_currentFolder, name, &path)) {
+        MessageBoxes::warning(this, title, FailureText::nameRefusal(m_vault.lastFailure(), true));
         return;
     }
     if (!m_vault.createFolder(path)) {
-        MessageBoxes::warning(this, title, tr("Não foi possível criar a pasta."));
+        MessageBoxes::warning(this, title, tr("Não foi possível criar a pasta."),
+                              FailureText::why(m_vault.lastFailure()));
         return;
     }
     refreshFileTable();
@@ -291,7 +283,8 @@ void MainWindow::deleteFolder()
     }
     if (!m_vault.deleteEmptyFolder(path)) {
         MessageBoxes::warning(this, tr("Excluir pasta"),
-                              tr("A pasta não está vazia ou não pode ser excluída."));
+                              tr("A pasta não está vazia ou não pode ser excluída."),
+                              FailureText::why(m_vault.lastFailure()));
         return;
     }
     refreshFileTable();
@@ -313,18 +306,14 @@ void MainWindow::deleteFile()
         return;
     }
     if (!m_vault.deleteFile(path)) {
-        MessageBoxes::warning(this, tr("Velmarin"), tr("Não foi possível excluir o arquivo do cofre."));
+        MessageBoxes::warning(this, tr("Velmarin"), tr("Não foi possível excluir o arquivo do cofre."),
+                              FailureText::why(m_vault.lastFailure()));
         showOutcome(tr("Falha ao excluir o arquivo."));
         return;
     }
     refreshFileTable();
     updateActionStates();
     showOutcome(tr("Arquivo excluído do cofre."));
-}
-
-bool MainWindow::entryExists(const QString& path) const
-{
-    return m_vault.fileExists(path) || m_vault.directoryExists(path);
 }
 
 } // namespace Velmarin::UI

@@ -1,9 +1,9 @@
 // Actions on the vault as a whole: choosing, creating, unlocking and locking a container, backing
 // it up, changing its password and compacting it.
 #include "core/container/ContainerBackup.h"
-#include "core/container/ContainerLock.h"
 #include "core/crypto/SecretText.h"
 #include "ui/ChangePasswordDialog.h"
+#include "ui/FailureText.h"
 #include "ui/MainWindow.h"
 #include "ui/MessageBoxes.h"
 #include "ui/PasswordPrompt.h"
@@ -92,7 +92,8 @@ void MainWindow::createVault()
     const bool created = m_vault.createVault(chosen, password);
     Core::SecretText::wipe(password);
     if (!created) {
-        MessageBoxes::warning(this, tr("Velmarin"), tr("Não foi possível criar o cofre."));
+        MessageBoxes::warning(this, tr("Velmarin"), tr("Não foi possível criar o cofre."),
+                              FailureText::why(m_vault.lastFailure()));
         return;
     }
     m_containerPath = chosen;
@@ -114,11 +115,10 @@ bool MainWindow::requireSelectedContainer()
 
 bool MainWindow::refuseIfInUse(const QString& title)
 {
-    if (!Core::ContainerLock::isInUse(m_containerPath)) {
+    if (!Core::VaultManager::isInUse(m_containerPath)) {
         return false;
     }
-    MessageBoxes::warning(this, title,
-                          tr("Este cofre já está aberto em outra janela ou programa do Velmarin."));
+    MessageBoxes::warning(this, title, FailureText::sentence(Core::Failure::Reason::InUse));
     return true;
 }
 
@@ -142,18 +142,37 @@ void MainWindow::unlockVault()
             m_vault.lock();
             return;
         }
-        if (refuseIfInUse(tr("Velmarin"))) {
-            return;
-        }
-        MessageBoxes::warning(
-            this, tr("Velmarin"),
-            tr("Não foi possível desbloquear o cofre. Verifique a senha ou se o container foi alterado."));
+        explainUnlockFailure();
         return;
     }
     resetToRoot();
     tellAboutRecovery();
     offerLeftoverEdits();
     showOutcome(tr("Cofre desbloqueado."));
+}
+
+void MainWindow::explainUnlockFailure()
+{
+    const Core::Failure failure = m_vault.lastFailure();
+    switch (failure.reason) {
+    case Core::Failure::Reason::InUse:
+        MessageBoxes::warning(this, tr("Velmarin"), FailureText::sentence(failure.reason));
+        return;
+    case Core::Failure::Reason::ContainerMissing:
+        // A drive pulled or a file moved since it was chosen: no password was wrong.
+        MessageBoxes::warning(this, tr("Velmarin"), FailureText::sentence(failure.reason),
+                              QDir::toNativeSeparators(m_containerPath));
+        return;
+    case Core::Failure::Reason::NewerFormat:
+        MessageBoxes::warning(this, tr("Velmarin"), FailureText::sentence(failure.reason));
+        return;
+    default:
+        break;
+    }
+    MessageBoxes::warning(
+        this, tr("Velmarin"),
+        tr("Não foi possível desbloquear o cofre. Verifique a senha ou se o container foi alterado."),
+        failure.reason == Core::Failure::Reason::WrongPassword ? QString() : FailureText::why(failure));
 }
 
 void MainWindow::tellAboutRecovery()
@@ -179,7 +198,17 @@ void MainWindow::tellAboutRecovery()
 void MainWindow::lockVault()
 {
     if (!m_vault.lock()) {
-        // The window counts the vault as locked all the same: the keys are gone either way.
+        if (m_vault.isUnlocked()) {
+            // An edit that could not be stored keeps the vault open, so nothing the user typed is lost.
+            MessageBoxes::warning(this, tr("Velmarin"),
+                                  tr("O cofre não foi bloqueado, para que nenhuma alteração se perca."),
+                                  FailureText::why(m_vault.lastFailure()) + QLatin1String("\n\n") +
+                                      tr("O arquivo editado continua guardado neste computador. Verifique a "
+                                         "unidade USB (espaço livre e conexão) e bloqueie o cofre de novo."));
+            showOutcome(tr("O cofre continua desbloqueado."));
+            return;
+        }
+        // Only the workspace could not be removed: the keys are gone, the vault is locked.
         MessageBoxes::warning(this, tr("Velmarin"), tr("Não foi possível limpar a área temporária."));
     }
     resetToRoot();
@@ -197,7 +226,7 @@ void MainWindow::backupContainer()
         return;
     }
     if (!QFileInfo(m_containerPath).isFile()) {
-        MessageBoxes::warning(this, title, tr("O arquivo do container não foi encontrado."));
+        MessageBoxes::warning(this, title, FailureText::sentence(Core::Failure::Reason::ContainerMissing));
         return;
     }
     if (refuseIfInUse(title)) {
@@ -270,13 +299,17 @@ void MainWindow::changePassword()
     Core::SecretText::wipe(current);
     Core::SecretText::wipe(replacement);
     if (!changed) {
-        if (refuseIfInUse(tr("Velmarin"))) {
+        const Core::Failure failure = m_vault.lastFailure();
+        if (failure.reason == Core::Failure::Reason::InUse) {
+            MessageBoxes::warning(this, tr("Velmarin"), FailureText::sentence(failure.reason));
             showOutcome(tr("Falha ao alterar a senha."));
             return;
         }
+        // A wrong current password is what the box's text already says.
         MessageBoxes::warning(
             this, tr("Velmarin"),
-            tr("Não foi possível alterar a senha. Verifique a senha atual e tente novamente."));
+            tr("Não foi possível alterar a senha. Verifique a senha atual e tente novamente."),
+            failure.reason == Core::Failure::Reason::WrongPassword ? QString() : FailureText::why(failure));
         showOutcome(tr("Falha ao alterar a senha."));
         return;
     }

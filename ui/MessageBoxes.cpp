@@ -1,6 +1,7 @@
 #include "ui/MessageBoxes.h"
 
 #include <QInputDialog>
+#include <QLabel>
 #include <QLayout>
 #include <QMessageBox>
 #include <QPushButton>
@@ -15,6 +16,11 @@ void MessageBoxes::information(QWidget* parent, const QString& title, const QStr
 void MessageBoxes::warning(QWidget* parent, const QString& title, const QString& text)
 {
     tell(QMessageBox::Warning, parent, title, text);
+}
+
+void MessageBoxes::warning(QWidget* parent, const QString& title, const QString& text, const QString& why)
+{
+    tell(QMessageBox::Warning, parent, title, text, why);
 }
 
 bool MessageBoxes::askYesNo(QWidget* parent, const QString& title, const QString& text)
@@ -56,10 +62,16 @@ QString MessageBoxes::askText(QWidget* parent, const QString& title, const QStri
     return *accepted ? dialog.textValue() : QString();
 }
 
-void MessageBoxes::tell(QMessageBox::Icon icon, QWidget* parent, const QString& title, const QString& text)
+void MessageBoxes::tell(QMessageBox::Icon icon, QWidget* parent, const QString& title, const QString& text,
+                        const QString& why)
 {
     QMessageBox box(icon, title, text, QMessageBox::Ok, parent);
     box.setTextFormat(Qt::PlainText);
+    box.setInformativeText(why);
+    // Plain as the text above it: "why" may name a vault path too, and Qt guesses a format otherwise.
+    if (auto* label = box.findChild<QLabel*>(QStringLiteral("qt_msgbox_informativelabel"))) {
+        label->setTextFormat(Qt::PlainText);
+    }
     box.exec();
 }
 

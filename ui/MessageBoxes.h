@@ -18,6 +18,8 @@ class MessageBoxes
 public:
     static void information(QWidget* parent, const QString& title, const QString& text);
     static void warning(QWidget* parent, const QString& title, const QString& text);
+    // The same with why, in a paragraph of its own below the text (see FailureText).
+    static void warning(QWidget* parent, const QString& title, const QString& text, const QString& why);
     // "Sim" / "Não"; true only for "Sim".
     static bool askYesNo(QWidget* parent, const QString& title, const QString& text);
     // "Continuar" / "Cancelar"; true only for "Continuar".
@@ -37,7 +39,8 @@ public:
                            bool* accepted);
 
 private:
-    static void tell(QMessageBox::Icon icon, QWidget* parent, const QString& title, const QString& text);
+    static void tell(QMessageBox::Icon icon, QWidget* parent, const QString& title, const QString& text,
+                     const QString& why = QString());
     static bool ask(QWidget* parent, const QString& title, const QString& text, const QString& accept,
                     const QString& reject);
 };

@@ -1,6 +1,7 @@
 #include "ui/PasswordPrompt.h"
 
 #include "core/crypto/SecretText.h"
+#include "core/vault/VaultManager.h"
 #include "ui/MessageBoxes.h"
 
 #include <QInputDialog>
@@ -44,12 +45,13 @@ QByteArray PasswordPrompt::askNew()
         return {};
     }
     QString typed = QString::fromUtf8(confirmation);
-    const qsizetype length = typed.size();
+    const bool acceptable = Core::VaultManager::isPasswordAcceptable(typed);
     Core::SecretText::wipe(typed);
-    if (length < 12) {
+    if (!acceptable) {
         Core::SecretText::wipe(confirmation);
         MessageBoxes::warning(nullptr, tr("Velmarin"),
-                              tr("Use uma senha com pelo menos 12 caracteres para criar o cofre."));
+                              tr("Use uma senha com pelo menos %1 caracteres para criar o cofre.")
+                                  .arg(Core::VaultManager::MinimumPasswordLength));
         return {};
     }
     return confirmation;

@@ -49,6 +49,7 @@ MessageRecord DialogDriver::describe(QMessageBox* box)
     MessageRecord record;
     record.title = box->windowTitle();
     record.text = box->text();
+    record.informativeText = box->informativeText();
     for (QAbstractButton* button : box->buttons()) {
         record.buttons.append(button->text());
     }

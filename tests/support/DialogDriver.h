@@ -18,6 +18,8 @@ struct MessageRecord
 {
     QString title;
     QString text;
+    // The box's second paragraph: why, when the engine said.
+    QString informativeText;
     QStringList buttons;
     QString defaultButton;
     QMessageBox::Icon icon = QMessageBox::NoIcon;

@@ -754,6 +754,8 @@ void FileActionsTest::engineFailures()
     QVERIFY(m_fixture.driver().allHandled());
     QCOMPARE(warning.title, title);
     QCOMPARE(warning.text, message);
+    // The box's own text stays as it was; below it, the real reason: the drive, not an open file.
+    QCOMPARE(warning.informativeText, QStringLiteral("Não foi possível gravar na unidade do container."));
     QCOMPARE(warning.icon, QMessageBox::Warning);
     if (!status.isEmpty()) {
         QCOMPARE(statusMessage(), status);
