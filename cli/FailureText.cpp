@@ -1,5 +1,6 @@
 #include "cli/FailureText.h"
 
+#include "cli/Console.h"
 #include "cli/ExitCode.h"
 #include "core/vault/VaultManager.h"
 
@@ -108,7 +109,7 @@ QString FailureText::sentence(const Core::Failure& failure)
                                    : tr("O arquivo %1 está danificado no container.").arg(path);
         break;
     case Reason::NameNotAllowed:
-        text = tr("O nome de %1 não pode ser usado no cofre.").arg(path);
+        text = tr("O caminho %1 não pode ser usado no cofre.").arg(path);
         break;
     case Reason::AlreadyExists:
         text = tr("Já existe um item com esse nome nesta pasta.");
@@ -154,6 +155,35 @@ int FailureText::exitCode(const Core::Failure& failure, Damage damage)
     default:
         return Failed;
     }
+}
+
+int FailureText::report(Console& console, const Core::Failure& failure, int fallback, Damage damage)
+{
+    if (failure.reason == Reason::None) {
+        return fallback;
+    }
+    console.message(sentence(failure));
+    return exitCode(failure, damage);
+}
+
+QString FailureText::missingFile(const QString& path)
+{
+    return tr("O arquivo %1 não existe no cofre.").arg(path);
+}
+
+QString FailureText::missingFolder(const QString& path)
+{
+    return tr("A pasta %1 não existe no cofre.").arg(path);
+}
+
+QString FailureText::fileNameRule()
+{
+    return tr("Use um nome de arquivo simples, sem barras, pontos isolados ou caminho relativo.");
+}
+
+QString FailureText::folderNameRule()
+{
+    return tr("Use um nome de pasta simples, sem barras, pontos isolados ou caminho relativo.");
 }
 
 } // namespace Velmarin::Cli

@@ -7,6 +7,8 @@
 
 namespace Velmarin::Cli {
 
+class Console;
+
 // The engine's reasons in the tool's words, and the exit code each stands for. A sentence that a
 // command also says when it finds the same thing itself comes from here, so it is written once.
 class FailureText
@@ -27,6 +29,18 @@ public:
     static QString sentence(Core::Failure::Reason reason, const QString& path = QString());
     // The exit code the reason stands for; Reason::None, a failure nobody explained, is Failed.
     static int exitCode(const Core::Failure& failure, Damage damage = Damage::Fails);
+
+    // Prints the reason's sentence on a line of its own and returns its exit code. With no reason
+    // known it prints nothing and returns fallback, the code the command gives without one.
+    static int report(Console& console, const Core::Failure& failure, int fallback,
+                      Damage damage = Damage::Fails);
+
+    // NotFound, when the command knows it looked for a file or for a folder.
+    static QString missingFile(const QString& path);
+    static QString missingFolder(const QString& path);
+    // What a new name must look like, said by rename before the engine is asked.
+    static QString fileNameRule();
+    static QString folderNameRule();
 };
 
 } // namespace Velmarin::Cli

@@ -3,6 +3,7 @@
 #include "cli/Command.h"
 #include "cli/Console.h"
 #include "cli/ExitCode.h"
+#include "cli/FailureText.h"
 #include "cli/PasswordSource.h"
 #include "core/container/ContainerFile.h"
 #include "core/container/ContainerLock.h"
@@ -30,10 +31,10 @@ int VaultAccess::checkContainer(Console& console, const QString& containerPath, 
         return adviseRecovery(console, containerPath);
     }
     if (!exists) {
-        console.message(tr("O arquivo do container não foi encontrado."));
+        console.message(FailureText::sentence(Core::Failure::Reason::ContainerMissing, containerPath));
         return Failed;
     }
-    console.message(tr("%1 não é um container Velmarin válido.").arg(containerPath));
+    console.message(FailureText::sentence(Core::Failure::Reason::NotAContainer, containerPath));
     return NoAccess;
 }
 
@@ -50,7 +51,7 @@ int VaultAccess::refuseIfInUse(Console& console, const QString& containerPath)
     if (!Core::ContainerLock::isInUse(containerPath)) {
         return Success;
     }
-    console.message(tr("Este cofre já está aberto em outra janela ou programa do Velmarin."));
+    console.message(FailureText::sentence(Core::Failure::Reason::InUse, containerPath));
     return InUse;
 }
 
@@ -68,30 +69,35 @@ int VaultAccess::open(const QString& containerPath, Core::VaultManager::Access a
     if (read != Success) {
         return read;
     }
-    if (!m_vault.unlock(containerPath, password.bytes(), access)) {
-        if (refuseIfInUse(m_context.console, containerPath) != Success) {
-            return InUse;
-        }
-        if (m_vault.isUnlocked()) {
-            m_context.console.message(tr("Não foi possível preparar a área temporária do cofre."));
-            return Failed;
-        }
-        // A header torn in a way that still parses: the journal beside it knows the one before.
-        if (Core::VaultManager::hasInterruptedChange(containerPath)) {
-            return adviseRecovery(m_context.console, containerPath);
-        }
-        m_context.console.message(
-            tr("Não foi possível desbloquear o cofre. Verifique a senha ou se o container foi alterado."));
-        return NoAccess;
+    if (m_vault.unlock(containerPath, password.bytes(), access)) {
+        return Success;
     }
-    return Success;
+    Console& console = m_context.console;
+    const Core::Failure failure = m_vault.lastFailure();
+    if (refuseIfInUse(console, containerPath) != Success) {
+        return InUse;
+    }
+    if (m_vault.isUnlocked()) {
+        console.message(tr("Não foi possível preparar a área temporária do cofre."));
+        return FailureText::report(console, failure, Failed);
+    }
+    // A header torn in a way that still parses: the journal beside it knows the one before.
+    if (Core::VaultManager::hasInterruptedChange(containerPath)) {
+        return adviseRecovery(console, containerPath);
+    }
+    console.message(
+        tr("Não foi possível desbloquear o cofre. Verifique a senha ou se o container foi alterado."));
+    // That line already says what a wrong password means.
+    return failure.reason == Core::Failure::Reason::WrongPassword
+               ? NoAccess
+               : FailureText::report(console, failure, NoAccess);
 }
 
 int VaultAccess::close()
 {
     if (!m_vault.lock()) {
         m_context.console.message(tr("Não foi possível limpar a área temporária."));
-        return Failed;
+        return FailureText::report(m_context.console, m_vault.lastFailure(), Failed);
     }
     return Success;
 }

@@ -30,7 +30,8 @@ public:
 
     Core::VaultManager& vault() { return m_vault; }
 
-    // The file exists and its header reads: Success, Failed for a missing file, NoAccess otherwise.
+    // Success when the file exists and its header reads. Otherwise, after telling why: Failed for a
+    // change cut short beside it (see adviseRecovery) or a missing file, NoAccess for anything else.
     static int checkContainer(Console& console, const QString& containerPath, Core::ContainerHeader& header);
     // InUse, with its message, when another Velmarin session holds the container; Success otherwise.
     static int refuseIfInUse(Console& console, const QString& containerPath);

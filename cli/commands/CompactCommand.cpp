@@ -2,6 +2,7 @@
 
 #include "cli/Console.h"
 #include "cli/ExitCode.h"
+#include "cli/FailureText.h"
 #include "core/index/DisplayFormat.h"
 
 #include <QDir>
@@ -53,7 +54,7 @@ int CompactCommand::runOnVault(const CommandContext& context, Core::VaultManager
                             : tr("Não foi possível substituir o container no USB.\n\nUm container compactado "
                                  "criptografado foi preservado em:\n%1")
                                   .arg(QDir::toNativeSeparators(preservedPath)));
-        return Failed;
+        return FailureText::report(console, vault.lastFailure(), Failed, FailureText::Damage::IsFinding);
     }
     const qint64 freed = qMax<qint64>(0, sizeBefore - QFileInfo(container).size());
     console.message(tr("Cofre compactado com sucesso."));

@@ -2,6 +2,7 @@
 
 #include "cli/Console.h"
 #include "cli/ExitCode.h"
+#include "cli/FailureText.h"
 #include "cli/LocalTarget.h"
 #include "cli/PasswordSource.h"
 #include "core/container/ContainerFile.h"
@@ -17,9 +18,9 @@ CommandInfo CreateCommand::info() const
     info.name = QStringLiteral("create");
     info.synopsis = tr("<container>");
     info.summary = tr("Cria um cofre novo.");
-    info.description =
-        tr("Cria um cofre vazio no arquivo indicado. Se for indicada uma pasta, o cofre é criado nela "
-           "como \"velmarin.vltx\".\nA senha deve ter pelo menos 12 caracteres.");
+    info.description = tr("Cria um cofre vazio no arquivo indicado. Se for indicada uma pasta, o cofre é "
+                          "criado nela como \"velmarin.vltx\".\n%1")
+                           .arg(FailureText::sentence(Core::Failure::Reason::PasswordTooShort));
     info.options = {
         QCommandLineOption(QStringLiteral("force"), tr("Substitui um arquivo que já exista no destino."))};
     info.passwords = CommandInfo::Passwords::New;
@@ -44,13 +45,14 @@ int CreateCommand::run(const CommandContext& context)
         return read;
     }
     if (!Core::VaultManager::isPasswordAcceptable(password.bytes())) {
-        context.console.message(tr("Use uma senha com pelo menos 12 caracteres para criar o cofre."));
+        context.console.message(tr("Use uma senha com pelo menos %1 caracteres para criar o cofre.")
+                                    .arg(Core::VaultManager::MinimumPasswordLength));
         return UsageError;
     }
     Core::VaultManager vault;
     if (!vault.createVault(container, password.bytes())) {
         context.console.message(tr("Não foi possível criar o cofre."));
-        return Failed;
+        return FailureText::report(context.console, vault.lastFailure(), Failed);
     }
     context.console.message(tr("Cofre criado com sucesso."));
     return Success;

@@ -2,6 +2,7 @@
 
 #include "cli/Console.h"
 #include "cli/ExitCode.h"
+#include "cli/FailureText.h"
 #include "cli/LocalTarget.h"
 #include "core/index/VaultPath.h"
 
@@ -10,6 +11,20 @@
 #include <QSaveFile>
 
 namespace Velmarin::Cli {
+
+namespace {
+
+// A copy the engine read well but the system would not keep, told the way the engine tells it.
+Core::Failure unwritable(const QFileDevice& file)
+{
+    Core::Failure failure;
+    failure.reason = Core::Failure::Reason::DestinationUnwritable;
+    failure.path = file.fileName();
+    failure.systemError = file.errorString();
+    return failure;
+}
+
+} // namespace
 
 CommandInfo ExportCommand::info() const
 {
@@ -51,21 +66,36 @@ int ExportCommand::runOnVault(const CommandContext& context, Core::VaultManager&
     if (!vault.fileExists(path)) {
         console.message(vault.directoryExists(path)
                             ? tr("%1 é uma pasta; exporte os arquivos dela.").arg(path)
-                            : tr("O arquivo %1 não existe no cofre.").arg(path));
+                            : FailureText::missingFile(path));
         return Failed;
     }
     bool exported = false;
+    Core::Failure failure;
     if (toOutput(context)) {
-        exported = vault.exportFile(path, &console.output()) && console.output().flush();
+        QFileDevice& output = console.output();
+        exported = vault.exportFile(path, &output);
+        failure = vault.lastFailure();
+        if (exported && !output.flush()) {
+            exported = false;
+            failure = unwritable(output);
+        }
     } else {
         // Written beside the destination and renamed at the end: a failure leaves no half file and
         // keeps whatever --force was about to replace.
         QSaveFile file(m_destination);
-        exported = file.open(QIODevice::WriteOnly) && vault.exportFile(path, &file) && file.commit();
+        if (!file.open(QIODevice::WriteOnly)) {
+            failure = unwritable(file);
+        } else if (!vault.exportFile(path, &file)) {
+            failure = vault.lastFailure();
+        } else if (!file.commit()) {
+            failure = unwritable(file);
+        } else {
+            exported = true;
+        }
     }
     if (!exported) {
         console.message(tr("Não foi possível exportar o arquivo."));
-        return Failed;
+        return FailureText::report(console, failure, Failed);
     }
     if (!toOutput(context)) {
         console.message(tr("Arquivo exportado com sucesso."));

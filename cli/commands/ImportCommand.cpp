@@ -2,6 +2,7 @@
 
 #include "cli/Console.h"
 #include "cli/ExitCode.h"
+#include "cli/FailureText.h"
 #include "cli/VaultArguments.h"
 #include "core/index/DisplayFormat.h"
 #include "core/index/VaultPath.h"
@@ -57,13 +58,16 @@ int ImportCommand::checkArguments(const CommandContext& context, QString& target
     if (validTarget != Success) {
         return validTarget;
     }
+    const auto refuseName = [&](const QString& localPath) {
+        console.message(tr("O nome de %1 não pode ser usado no cofre.").arg(shown(localPath)));
+    };
     const auto addItem = [&](const QFileInfo& info, const QString& vaultPath) {
         if (info.isSymLink()) {
             console.message(tr("Link simbólico ignorado: %1").arg(shown(info.filePath())));
         } else if (!info.isDir() && !info.isFile()) {
             console.message(tr("Ignorado por não ser um arquivo comum: %1").arg(shown(info.filePath())));
         } else if (!Core::isValidEntryName(info.fileName())) {
-            console.message(tr("O nome de %1 não pode ser usado no cofre.").arg(shown(info.filePath())));
+            refuseName(info.filePath());
             m_planned = Failed;
         } else {
             m_items.append(Item{info.filePath(), vaultPath, info.isDir(), info.isDir() ? 0 : info.size()});
@@ -78,7 +82,7 @@ int ImportCommand::checkArguments(const CommandContext& context, QString& target
         // A folder comes in under its own name; the root of a file system has none, so its contents do.
         const QString name = info.isFile() ? info.fileName() : QFileInfo(info.canonicalFilePath()).fileName();
         if (!name.isEmpty() && !Core::isValidEntryName(name)) {
-            console.message(tr("O nome de %1 não pode ser usado no cofre.").arg(shown(source)));
+            refuseName(source);
             return UsageError;
         }
         if (info.isFile()) {
@@ -119,25 +123,38 @@ int ImportCommand::runOnVault(const CommandContext& context, Core::VaultManager&
         return Failed;
     }
     if (Core::ImportSpace::required(total) > storage.bytesAvailable()) {
-        console.message(
-            tr("Não há espaço livre suficiente na unidade do container.\n\nArquivos "
-               "selecionados: %1\nEspaço livre disponível: %2\n\nLibere espaço na unidade USB "
-               "ou selecione arquivos menores.")
-                .arg(Core::formatDataSize(total), Core::formatDataSize(storage.bytesAvailable())));
+        console.message(tr("%1\n\nArquivos selecionados: %2\nEspaço livre disponível: %3\n\nLibere espaço na "
+                           "unidade USB ou selecione arquivos menores.")
+                            .arg(FailureText::sentence(Core::Failure::Reason::NoSpace),
+                                 Core::formatDataSize(total),
+                                 Core::formatDataSize(storage.bytesAvailable())));
         return Failed;
     }
 
     const bool replace = context.parser.isSet(QStringLiteral("replace"));
     int imported = 0;
     int skipped = 0;
+    // What lies inside a folder that could not be made stays out with it.
+    QStringList refusedFolders;
     for (const Item& item : m_items) {
+        if (std::any_of(refusedFolders.cbegin(), refusedFolders.cend(),
+                        [&](const QString& folder) { return Core::liesBelow(item.vaultPath, folder); })) {
+            continue;
+        }
         if (item.folder) {
             if (vault.directoryExists(item.vaultPath)) {
                 continue;
             }
-            if (vault.fileExists(item.vaultPath) || !vault.createFolder(item.vaultPath)) {
+            // Not a folder, so a file is in the way.
+            if (vault.entryExists(item.vaultPath)) {
                 console.message(tr("Não foi possível criar a pasta %1.").arg(item.vaultPath));
+                console.message(FailureText::sentence(Core::Failure::Reason::AlreadyExists, item.vaultPath));
                 result = Failed;
+                refusedFolders << item.vaultPath;
+            } else if (!vault.createFolder(item.vaultPath)) {
+                console.message(tr("Não foi possível criar a pasta %1.").arg(item.vaultPath));
+                result = FailureText::report(console, vault.lastFailure(), Failed);
+                refusedFolders << item.vaultPath;
             }
             continue;
         }
@@ -162,7 +179,7 @@ int ImportCommand::runOnVault(const CommandContext& context, Core::VaultManager&
         if (!done) {
             // The engine put the container back as it was; what came in before stays in.
             console.message(tr("Não foi possível importar %1.").arg(shown(item.localPath)));
-            return Failed;
+            return FailureText::report(console, vault.lastFailure(), Failed);
         }
         ++imported;
     }

@@ -2,6 +2,7 @@
 
 #include "cli/Console.h"
 #include "cli/ExitCode.h"
+#include "cli/FailureText.h"
 #include "cli/VaultArguments.h"
 #include "core/index/DisplayFormat.h"
 #include "core/index/EntrySorting.h"
@@ -89,7 +90,7 @@ int ListCommand::runOnVault(const CommandContext& context, Core::VaultManager& v
     QString folder = entryPath;
     const Core::VaultIndex& index = vault.index();
     if (!folder.isEmpty() && !index.directoryExists(folder)) {
-        context.console.message(tr("A pasta %1 não existe no cofre.").arg(folder));
+        context.console.message(FailureText::missingFolder(folder));
         return Failed;
     }
     if (!folder.isEmpty()) {

@@ -2,6 +2,7 @@
 
 #include "cli/Console.h"
 #include "cli/ExitCode.h"
+#include "cli/FailureText.h"
 
 namespace Velmarin::Cli {
 
@@ -21,13 +22,13 @@ CommandInfo MakeFolderCommand::info() const
 int MakeFolderCommand::runOnVault(const CommandContext& context, Core::VaultManager& vault,
                                   const QString& path)
 {
-    if (vault.fileExists(path) || vault.directoryExists(path)) {
-        context.console.message(tr("Já existe um item com esse nome nesta pasta."));
+    if (vault.entryExists(path)) {
+        context.console.message(FailureText::sentence(Core::Failure::Reason::AlreadyExists, path));
         return Failed;
     }
     if (!vault.createFolder(path)) {
         context.console.message(tr("Não foi possível criar a pasta."));
-        return Failed;
+        return FailureText::report(context.console, vault.lastFailure(), Failed);
     }
     context.console.message(tr("Pasta criada."));
     return Success;

@@ -2,6 +2,7 @@
 
 #include "cli/Console.h"
 #include "cli/ExitCode.h"
+#include "cli/FailureText.h"
 #include "cli/VaultArguments.h"
 #include "core/index/VaultPath.h"
 
@@ -35,11 +36,11 @@ int MoveCommand::runOnVault(const CommandContext& context, Core::VaultManager& v
     if (!vault.fileExists(path)) {
         console.message(vault.directoryExists(path)
                             ? tr("%1 é uma pasta; somente arquivos podem ser movidos.").arg(path)
-                            : tr("O arquivo %1 não existe no cofre.").arg(path));
+                            : FailureText::missingFile(path));
         return Failed;
     }
     if (!m_folder.isEmpty() && !vault.directoryExists(m_folder)) {
-        console.message(tr("A pasta %1 não existe no cofre.").arg(m_folder));
+        console.message(FailureText::missingFolder(m_folder));
         return Failed;
     }
     const QString stored = vault.index().findFile(path)->vaultPath;
@@ -48,13 +49,13 @@ int MoveCommand::runOnVault(const CommandContext& context, Core::VaultManager& v
         return Failed;
     }
     const QString newPath = Core::joinVaultPath(m_folder, Core::vaultFileName(stored));
-    if (vault.fileExists(newPath) || vault.directoryExists(newPath)) {
+    if (vault.entryExists(newPath)) {
         console.message(tr("Já existe um item com esse nome na pasta de destino."));
         return Failed;
     }
     if (!vault.moveFile(stored, m_folder)) {
         console.message(tr("Não foi possível mover o arquivo."));
-        return Failed;
+        return FailureText::report(console, vault.lastFailure(), Failed);
     }
     console.message(tr("Arquivo movido."));
     return Success;

@@ -2,6 +2,7 @@
 
 #include "cli/Console.h"
 #include "cli/ExitCode.h"
+#include "cli/FailureText.h"
 #include "cli/PasswordSource.h"
 #include "cli/VaultAccess.h"
 
@@ -15,8 +16,9 @@ CommandInfo PasswordCommand::info() const
     info.summary = tr("Altera a senha do cofre.");
     info.description =
         tr("Troca a senha do cofre sem recifrar os arquivos: só a chave mestra é protegida de novo. "
-           "A senha nova deve ter pelo menos 12 caracteres. Backups feitos antes continuam abrindo "
-           "com a senha antiga.");
+           "A senha nova deve ter pelo menos %1 caracteres. Backups feitos antes continuam abrindo "
+           "com a senha antiga.")
+            .arg(Core::VaultManager::MinimumPasswordLength);
     info.passwords = CommandInfo::Passwords::CurrentAndNew;
     return info;
 }
@@ -44,7 +46,8 @@ int PasswordCommand::run(const CommandContext& context)
         return read;
     }
     if (!Core::VaultManager::isPasswordAcceptable(replacement.bytes())) {
-        console.message(tr("Use uma nova senha com pelo menos 12 caracteres."));
+        console.message(tr("Use uma nova senha com pelo menos %1 caracteres.")
+                            .arg(Core::VaultManager::MinimumPasswordLength));
         return UsageError;
     }
 
@@ -53,18 +56,22 @@ int PasswordCommand::run(const CommandContext& context)
         console.message(tr("Senha alterada com sucesso."));
         return Success;
     }
+    const Core::Failure failure = vault.lastFailure();
     if (VaultAccess::refuseIfInUse(console, container) != Success) {
         return InUse;
     }
-    // The engine does not say why; a read-only unlock tells a wrong password from a failed write.
-    const bool passwordRight = vault.unlock(container, current.bytes(), Core::VaultManager::Access::ReadOnly);
-    vault.lock();
+    bool passwordRight = failure.reason != Core::Failure::Reason::WrongPassword;
+    if (failure.reason == Core::Failure::Reason::None) {
+        // No reason given: a read-only unlock tells a wrong password from a failed write.
+        passwordRight = vault.unlock(container, current.bytes(), Core::VaultManager::Access::ReadOnly);
+        vault.lock();
+    }
     if (!passwordRight) {
         console.message(tr("Não foi possível alterar a senha. Verifique a senha atual e tente novamente."));
         return NoAccess;
     }
     console.message(tr("Falha ao alterar a senha."));
-    return Failed;
+    return FailureText::report(console, failure, Failed);
 }
 
 } // namespace Velmarin::Cli

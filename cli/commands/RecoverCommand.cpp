@@ -2,6 +2,7 @@
 
 #include "cli/Console.h"
 #include "cli/ExitCode.h"
+#include "cli/FailureText.h"
 #include "cli/VaultAccess.h"
 #include "core/vault/VaultManager.h"
 
@@ -29,7 +30,7 @@ int RecoverCommand::run(const CommandContext& context)
     const QString container = context.arguments.at(0);
     Console& console = context.console;
     if (!QFileInfo::exists(container) && !Core::VaultManager::hasInterruptedChange(container)) {
-        console.message(tr("O arquivo do container não foi encontrado."));
+        console.message(FailureText::sentence(Core::Failure::Reason::ContainerMissing, container));
         return Failed;
     }
     if (VaultAccess::refuseIfInUse(console, container) != Success) {
@@ -50,12 +51,16 @@ int RecoverCommand::run(const CommandContext& context)
     case Core::VaultManager::Recovery::Failed:
         break;
     }
+    const Core::Failure failure = vault.lastFailure();
     if (VaultAccess::refuseIfInUse(console, container) != Success) {
         return InUse;
     }
     console.message(tr("Não foi possível restaurar o cofre. O container e o diário ao lado dele "
                        "foram deixados como estavam."));
-    return Failed;
+    // That line is what an interrupted change that could not be undone means.
+    return failure.reason == Core::Failure::Reason::InterruptedChange
+               ? Failed
+               : FailureText::report(console, failure, Failed);
 }
 
 } // namespace Velmarin::Cli

@@ -2,6 +2,7 @@
 
 #include "cli/Console.h"
 #include "cli/ExitCode.h"
+#include "cli/FailureText.h"
 
 namespace Velmarin::Cli {
 
@@ -24,14 +25,13 @@ int RemoveFileCommand::runOnVault(const CommandContext& context, Core::VaultMana
                                   const QString& path)
 {
     if (!vault.fileExists(path)) {
-        context.console.message(vault.directoryExists(path)
-                                    ? tr("%1 é uma pasta; use rmdir.").arg(path)
-                                    : tr("O arquivo %1 não existe no cofre.").arg(path));
+        context.console.message(vault.directoryExists(path) ? tr("%1 é uma pasta; use rmdir.").arg(path)
+                                                            : FailureText::missingFile(path));
         return Failed;
     }
     if (!vault.deleteFile(path)) {
         context.console.message(tr("Não foi possível excluir o arquivo do cofre."));
-        return Failed;
+        return FailureText::report(context.console, vault.lastFailure(), Failed);
     }
     context.console.message(tr("Arquivo excluído do cofre."));
     return Success;

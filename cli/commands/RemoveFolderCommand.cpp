@@ -2,6 +2,7 @@
 
 #include "cli/Console.h"
 #include "cli/ExitCode.h"
+#include "cli/FailureText.h"
 
 namespace Velmarin::Cli {
 
@@ -22,12 +23,12 @@ int RemoveFolderCommand::runOnVault(const CommandContext& context, Core::VaultMa
                                     const QString& path)
 {
     if (!vault.directoryExists(path)) {
-        context.console.message(tr("A pasta %1 não existe no cofre.").arg(path));
+        context.console.message(FailureText::missingFolder(path));
         return Failed;
     }
     if (!vault.deleteEmptyFolder(path)) {
         context.console.message(tr("A pasta não está vazia ou não pode ser excluída."));
-        return Failed;
+        return FailureText::report(context.console, vault.lastFailure(), Failed);
     }
     context.console.message(tr("Pasta excluída."));
     return Success;

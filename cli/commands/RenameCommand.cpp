@@ -2,6 +2,7 @@
 
 #include "cli/Console.h"
 #include "cli/ExitCode.h"
+#include "cli/FailureText.h"
 #include "core/index/VaultPath.h"
 
 namespace Velmarin::Cli {
@@ -26,29 +27,26 @@ int RenameCommand::runOnVault(const CommandContext& context, Core::VaultManager&
     Console& console = context.console;
     const bool folder = vault.directoryExists(path);
     if (!folder && !vault.fileExists(path)) {
-        console.message(tr("%1 não existe no cofre.").arg(path));
+        console.message(FailureText::sentence(Core::Failure::Reason::NotFound, path));
         return Failed;
     }
     const QString name = context.arguments.at(2);
     if (!Core::isValidEntryName(name)) {
-        console.message(
-            folder ? tr("Use um nome de pasta simples, sem barras, pontos isolados ou caminho relativo.")
-                   : tr("Use um nome de arquivo simples, sem barras, pontos isolados ou caminho "
-                        "relativo."));
+        console.message(folder ? FailureText::folderNameRule() : FailureText::fileNameRule());
         return UsageError;
     }
     const QString stored =
         folder ? vault.index().findDirectory(path)->path : vault.index().findFile(path)->vaultPath;
     const QString newPath = Core::joinEntryPath(Core::parentVaultPath(stored), name);
-    if (vault.fileExists(newPath) || vault.directoryExists(newPath)) {
-        console.message(tr("Já existe um item com esse nome nesta pasta."));
+    if (vault.entryExists(newPath)) {
+        console.message(FailureText::sentence(Core::Failure::Reason::AlreadyExists, newPath));
         return Failed;
     }
     const bool renamed = folder ? vault.renameFolder(stored, newPath) : vault.renameFile(stored, newPath);
     if (!renamed) {
         console.message(folder ? tr("Não foi possível renomear a pasta.")
                                : tr("Não foi possível renomear o arquivo."));
-        return Failed;
+        return FailureText::report(console, vault.lastFailure(), Failed);
     }
     console.message(folder ? tr("Pasta renomeada.") : tr("Arquivo renomeado."));
     return Success;

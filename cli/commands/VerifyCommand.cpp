@@ -2,6 +2,7 @@
 
 #include "cli/Console.h"
 #include "cli/ExitCode.h"
+#include "cli/FailureText.h"
 #include "core/index/DisplayFormat.h"
 
 #include <QCommandLineParser>
@@ -58,7 +59,7 @@ int VerifyCommand::runOnVault(const CommandContext& context, Core::VaultManager&
     console.endProgress();
     if (!read) {
         console.message(tr("Não foi possível ler o container."));
-        return Failed;
+        return FailureText::report(console, vault.lastFailure(), Failed, FailureText::Damage::IsFinding);
     }
 
     if (context.parser.isSet(QStringLiteral("json"))) {

@@ -455,7 +455,8 @@ void TestCliContents::mkdirAndRmdir()
     result = run(QStringLiteral("rmdir"), {QStringLiteral("docs/2026")});
     QCOMPARE(result.exitCode, 1);
     QCOMPARE(result.errorLines(),
-             QStringList{QStringLiteral("A pasta não está vazia ou não pode ser excluída.")});
+             QStringList({QStringLiteral("A pasta não está vazia ou não pode ser excluída."),
+                          QStringLiteral("A pasta Docs/2026 não está vazia.")}));
     result = run(QStringLiteral("rmdir"), {QStringLiteral("Outra")});
     QCOMPARE(result.exitCode, 1);
     QCOMPARE(result.errorLines(), QStringList{QStringLiteral("A pasta Outra não existe no cofre.")});

@@ -99,7 +99,7 @@ void TestCliFailureText::everyReasonHasItsSentenceAndCode_data()
     row("Damaged, the index", Reason::Damaged, QString(),
         "O índice do cofre está danificado ou foi alterado.", NoAccess);
     row("NameNotAllowed", Reason::NameNotAllowed, QStringLiteral("a/../b"),
-        "O nome de a/../b não pode ser usado no cofre.", UsageError);
+        "O caminho a/../b não pode ser usado no cofre.", UsageError);
     row("AlreadyExists", Reason::AlreadyExists, file, "Já existe um item com esse nome nesta pasta.", Failed);
     row("NotFound", Reason::NotFound, file, "Fotos/praia.jpg não existe no cofre.", Failed);
     row("FolderNotEmpty", Reason::FolderNotEmpty, QStringLiteral("Fotos"), "A pasta Fotos não está vazia.",
