@@ -1,12 +1,16 @@
 // The engine's reasons as velmarin-cli words them and the exit codes scripts get for them.
+#include "TestFiles.h"
+#include "cli/Console.h"
 #include "cli/ExitCode.h"
 #include "cli/FailureText.h"
 #include "core/vault/Failure.h"
 
+#include <QTemporaryFile>
 #include <QtTest>
 
 using Velmarin::Cli::FailureText;
 using Velmarin::Core::Failure;
+using Velmarin::Tests::TestFiles;
 using Reason = Velmarin::Core::Failure::Reason;
 
 Q_DECLARE_METATYPE(Reason)
@@ -35,6 +39,8 @@ private Q_SLOTS:
     void everyReasonThereIsHasASentence();
     void theSystemsWordsGoInsideTheSentence();
     void damageInTheIndexIsNoAccessAndInAFileDependsOnTheCommand();
+    void reportTellsTheReasonOrNothing();
+    void sentencesTheCommandsShare();
 };
 
 void TestCliFailureText::everyReasonHasItsSentenceAndCode_data()
@@ -168,6 +174,41 @@ void TestCliFailureText::damageInTheIndexIsNoAccessAndInAFileDependsOnTheCommand
     QCOMPARE(FailureText::exitCode(failure(Reason::DriveRead, QStringLiteral("c.vltx")),
                                    FailureText::Damage::IsFinding),
              int(Failed));
+}
+
+void TestCliFailureText::reportTellsTheReasonOrNothing()
+{
+    QTemporaryFile output;
+    QTemporaryFile errors;
+    QVERIFY(output.open() && errors.open());
+    Velmarin::Cli::Console console(output, errors, false);
+    // No reason yet: nothing more is said and the command's own code stands.
+    QCOMPARE(FailureText::report(console, Failure(), Velmarin::Cli::NoAccess), int(Velmarin::Cli::NoAccess));
+    QCOMPARE(
+        FailureText::report(console, failure(Reason::InUse, QStringLiteral("c.vltx")), Velmarin::Cli::Failed),
+        int(Velmarin::Cli::InUse));
+    QCOMPARE(FailureText::report(console, failure(Reason::Damaged, QStringLiteral("a.bin")),
+                                 Velmarin::Cli::Failed, FailureText::Damage::IsFinding),
+             int(Velmarin::Cli::DamageFound));
+    QVERIFY(errors.flush());
+    QCOMPARE(QString::fromUtf8(TestFiles::read(errors.fileName())),
+             QStringLiteral("Este cofre já está aberto em outra janela ou programa do Velmarin.\n"
+                            "O arquivo a.bin está danificado no container.\n"));
+    QCOMPARE(output.size(), 0);
+}
+
+void TestCliFailureText::sentencesTheCommandsShare()
+{
+    QCOMPARE(FailureText::missingFile(QStringLiteral("Fotos/praia.jpg")),
+             QStringLiteral("O arquivo Fotos/praia.jpg não existe no cofre."));
+    QCOMPARE(FailureText::missingFolder(QStringLiteral("Fotos")),
+             QStringLiteral("A pasta Fotos não existe no cofre."));
+    QCOMPARE(
+        FailureText::fileNameRule(),
+        QStringLiteral("Use um nome de arquivo simples, sem barras, pontos isolados ou caminho relativo."));
+    QCOMPARE(
+        FailureText::folderNameRule(),
+        QStringLiteral("Use um nome de pasta simples, sem barras, pontos isolados ou caminho relativo."));
 }
 
 QTEST_GUILESS_MAIN(TestCliFailureText)
