@@ -87,7 +87,8 @@ int ExportCommand::runOnVault(const CommandContext& context, Core::VaultManager&
             failure = unwritable(file);
         } else if (!vault.exportFile(path, &file)) {
             failure = vault.lastFailure();
-        } else if (!file.commit()) {
+        } else if (!file.flush() || !file.commit()) {
+            // Flushed first: commit lets a failed flush of the buffer pass and puts a short copy in place.
             failure = unwritable(file);
         } else {
             exported = true;

@@ -25,6 +25,7 @@ private Q_SLOTS:
     void initTestCase();
     void init();
     void importIntoAFullDriveSaysWhy();
+    void exportToAFolderThatFailsSaysWhyAndLeavesNoFile();
     void createWhereNothingCanBeWrittenSaysWhy();
     void passwdWhoseHeaderCannotBeWrittenSaysWhy();
     void mkdirThroughAFileNamesThePath();
@@ -107,6 +108,26 @@ void TestCliReasons::importIntoAFullDriveSaysWhy()
         qPrintable(lines.at(1)));
     QCOMPARE(TestFiles::read(m_container), before);
     QVERIFY(vaultFiles().isEmpty());
+}
+
+void TestCliReasons::exportToAFolderThatFailsSaysWhyAndLeavesNoFile()
+{
+    QVERIFY(TestFiles::write(path(QStringLiteral("a.txt")), "conteúdo"));
+    QCOMPARE(run(QStringLiteral("import"), {QStringLiteral("a.txt")}).exitCode, 0);
+    const QString folder = path(QStringLiteral("saida"));
+    QVERIFY(QDir().mkdir(folder));
+
+    // Small enough to wait in the file's buffer: the write that fails is the last one.
+    const CliResult result =
+        runFailing(folder, "write", {QStringLiteral("export"), m_container, QStringLiteral("a.txt"), folder});
+    QCOMPARE(result.exitCode, 1);
+    const QStringList lines = result.errorLines();
+    QCOMPARE(lines.size(), 2);
+    QCOMPARE(lines.at(0), QStringLiteral("Não foi possível exportar o arquivo."));
+    QVERIFY2(lines.at(1).startsWith(QStringLiteral("Não foi possível gravar a cópia exportada em %1 (")
+                                        .arg(QDir::toNativeSeparators(path(QStringLiteral("saida/a.txt"))))),
+             qPrintable(lines.at(1)));
+    QVERIFY(QDir(folder).isEmpty());
 }
 
 void TestCliReasons::createWhereNothingCanBeWrittenSaysWhy()
