@@ -7,6 +7,7 @@
 #include "cli/PasswordSource.h"
 #include "core/container/ContainerFile.h"
 #include "core/container/ContainerLock.h"
+#include "core/container/ContainerProbe.h"
 
 #include <QFileInfo>
 
@@ -34,8 +35,29 @@ int VaultAccess::checkContainer(Console& console, const QString& containerPath, 
         console.message(FailureText::sentence(Core::Failure::Reason::ContainerMissing, containerPath));
         return Failed;
     }
-    console.message(FailureText::sentence(Core::Failure::Reason::NotAContainer, containerPath));
-    return NoAccess;
+    // A newer version's container and a drive that would not read are not damage; say which it is.
+    using Verdict = Core::ContainerProbe::Verdict;
+    const Core::ContainerProbe::Finding finding = Core::ContainerProbe::probe(containerPath);
+    Core::Failure failure;
+    failure.path = containerPath;
+    switch (finding.verdict) {
+    case Verdict::Missing:
+        failure.reason = Core::Failure::Reason::ContainerMissing;
+        break;
+    case Verdict::NewerFormat:
+        failure.reason = Core::Failure::Reason::NewerFormat;
+        break;
+    case Verdict::Unreadable:
+    case Verdict::Readable:
+        failure.reason = Core::Failure::Reason::DriveRead;
+        failure.systemError = finding.systemError;
+        break;
+    case Verdict::NotAFile:
+    case Verdict::NotAContainer:
+        failure.reason = Core::Failure::Reason::NotAContainer;
+        break;
+    }
+    return FailureText::report(console, failure, NoAccess);
 }
 
 int VaultAccess::adviseRecovery(Console& console, const QString& containerPath)

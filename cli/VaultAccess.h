@@ -31,7 +31,8 @@ public:
     Core::VaultManager& vault() { return m_vault; }
 
     // Success when the file exists and its header reads. Otherwise, after telling why: Failed for a
-    // change cut short beside it (see adviseRecovery) or a missing file, NoAccess for anything else.
+    // change cut short beside it (see adviseRecovery), a missing file or one the drive would not
+    // read; NoAccess for a container of a newer version or anything else.
     static int checkContainer(Console& console, const QString& containerPath, Core::ContainerHeader& header);
     // InUse, with its message, when another Velmarin session holds the container; Success otherwise.
     static int refuseIfInUse(Console& console, const QString& containerPath);

@@ -31,6 +31,8 @@ private Q_SLOTS:
     void mkdirThroughAFileNamesThePath();
     void importLeavesOutWhatIsInsideAFolderItCouldNotMake();
     void unlockOfAnAlteredIndexSaysThePasswordWasRight();
+    void aContainerOfANewerVersionAsksForANewerProgram();
+    void aContainerTheDriveWillNotReadIsNotCalledForeign();
 
 private:
     QString path(const QString& name) const { return m_dir->filePath(name); }
@@ -208,6 +210,34 @@ void TestCliReasons::unlockOfAnAlteredIndexSaysThePasswordWasRight()
              QStringList({QStringLiteral("Não foi possível desbloquear o cofre. Verifique a senha ou se o "
                                          "container foi alterado."),
                           QStringLiteral("O índice do cofre está danificado ou foi alterado.")}));
+}
+
+void TestCliReasons::aContainerOfANewerVersionAsksForANewerProgram()
+{
+    QByteArray bytes = TestFiles::read(m_container);
+    QVERIFY(bytes.startsWith("VLTBOX3"));
+    bytes[6] = '4';
+    QVERIFY(TestFiles::write(m_container, bytes));
+
+    for (const QString& command : {QStringLiteral("info"), QStringLiteral("ls"), QStringLiteral("verify")}) {
+        const CliResult result = run(command);
+        QCOMPARE(result.exitCode, 3);
+        QCOMPARE(result.errorLines(),
+                 QStringList{QStringLiteral("Este container foi criado por uma versão mais nova "
+                                            "do Velmarin. Atualize o programa para abri-lo.")});
+    }
+    QCOMPARE(TestFiles::read(m_container), bytes);
+}
+
+void TestCliReasons::aContainerTheDriveWillNotReadIsNotCalledForeign()
+{
+    const CliResult result =
+        runFailing(m_container + QLatin1Char('$'), "open-read", {QStringLiteral("info"), m_container});
+    QCOMPARE(result.exitCode, 1);
+    const QStringList lines = result.errorLines();
+    QCOMPARE(lines.size(), 1);
+    QVERIFY2(lines.at(0).startsWith(QStringLiteral("Não foi possível ler o container %1 (").arg(m_container)),
+             qPrintable(lines.at(0)));
 }
 
 QTEST_GUILESS_MAIN(TestCliReasons)
