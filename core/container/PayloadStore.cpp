@@ -49,14 +49,23 @@ bool PayloadStore::appendBlocks(QIODevice& source, QIODevice& container, qint64 
     return entry.sha256.size() == Sha256::DigestSize;
 }
 
-bool PayloadStore::exportBlocks(QIODevice& container, const FileEntry& entry, QIODevice& destination) const
+bool PayloadStore::exportBlocks(QIODevice& container, const FileEntry& entry, QIODevice& destination,
+                                bool* destinationFailed) const
 {
+    if (destinationFailed != nullptr) {
+        *destinationFailed = false;
+    }
     for (const BlockEntry& block : entry.blocks) {
         QByteArray sealed;
         PlaintextBuffer plain;
+        if (!readBlock(container, block, sealed, plain)) {
+            return false;
+        }
         // Handed over as raw bytes: a device keeping a shared copy of the array would outlive the wipe.
-        if (!readBlock(container, block, sealed, plain) ||
-            destination.write(plain.bytes().constData(), plain.size()) != plain.size()) {
+        if (destination.write(plain.bytes().constData(), plain.size()) != plain.size()) {
+            if (destinationFailed != nullptr) {
+                *destinationFailed = true;
+            }
             return false;
         }
     }

@@ -30,7 +30,10 @@ public:
 
     // Decrypts entry's blocks in order into destination; stops at the first block that does not
     // authenticate, after the earlier ones were written.
-    bool exportBlocks(QIODevice& container, const FileEntry& entry, QIODevice& destination) const;
+    // destinationFailed tells a destination that refused bytes from a block that did not read or
+    // authenticate.
+    bool exportBlocks(QIODevice& container, const FileEntry& entry, QIODevice& destination,
+                      bool* destinationFailed = nullptr) const;
 
     // Reads a block's ciphertext into sealed and checks it the way an export would, so that it can be
     // moved unchanged; the plaintext is wiped unseen. False when the block cannot be read or does not

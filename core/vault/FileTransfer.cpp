@@ -134,15 +134,19 @@ bool FileTransfer::exportFile(const QString& vaultPath, QIODevice* destination) 
     if (!container.open(QIODevice::ReadOnly)) {
         return m_session.fail(Failure::Reason::DriveRead, container.fileName(), container.errorString());
     }
-    if (m_session.payloadStore().exportBlocks(container, *entry, *destination)) {
+    bool destinationFailed = false;
+    if (m_session.payloadStore().exportBlocks(container, *entry, *destination, &destinationFailed)) {
         return true;
+    }
+    if (destinationFailed) {
+        const auto* file = qobject_cast<const QFileDevice*>(destination);
+        const QString where = file != nullptr ? file->fileName() : entry->vaultPath;
+        const QString why =
+            file != nullptr && file->error() != QFileDevice::NoError ? file->errorString() : QString();
+        return m_session.fail(Failure::Reason::DestinationUnwritable, where, why);
     }
     if (container.error() != QFileDevice::NoError) {
         return m_session.fail(Failure::Reason::DriveRead, container.fileName(), container.errorString());
-    }
-    const auto* file = qobject_cast<const QFileDevice*>(destination);
-    if (file != nullptr && file->error() != QFileDevice::NoError) {
-        return m_session.fail(Failure::Reason::DestinationUnwritable, file->fileName(), file->errorString());
     }
     // The drive read every byte it was asked for and they did not authenticate.
     return m_session.fail(Failure::Reason::Damaged, entry->vaultPath);

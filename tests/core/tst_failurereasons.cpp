@@ -272,12 +272,24 @@ void TestFailureReasons::exportSaysWhy()
     QCOMPARE(vault().lastFailure().path, path(QStringLiteral("falta/a.txt")));
     QVERIFY(!vault().lastFailure().systemError.isEmpty());
 
-    // One byte of the file's only block, which ends the container, altered on the drive.
+    // A destination that stops taking bytes half-way is no damage in the vault.
+    QVERIFY(TestFiles::writePattern(path(QStringLiteral("grande.bin")), 100 * 1024, 3));
+    QVERIFY(vault().importFile(path(QStringLiteral("grande.bin")), QStringLiteral("grande.bin")));
+    {
+        const FailureInjection refusing(QStringLiteral("recusa.bin$"), "write");
+        QVERIFY(!vault().exportFile(QStringLiteral("grande.bin"), path(QStringLiteral("recusa.bin"))));
+    }
+    QCOMPARE(vault().lastFailure().reason, Reason::DestinationUnwritable);
+    QCOMPARE(vault().lastFailure().path, path(QStringLiteral("recusa.bin")));
+
+    // One byte of a.txt's only block altered on the drive.
+    const BlockEntry block = vault().index().findFile(QStringLiteral("a.txt"))->blocks.first();
+    const qint64 at = block.offset + block.encryptedSize - 5;
     QFile container(m_fixture.container());
     QVERIFY(container.open(QIODevice::ReadWrite));
-    QVERIFY(container.seek(container.size() - 5));
+    QVERIFY(container.seek(at));
     const char original = container.read(1).at(0);
-    QVERIFY(container.seek(container.size() - 5));
+    QVERIFY(container.seek(at));
     QCOMPARE(container.write(QByteArray(1, char(original ^ 0x01))), 1);
     container.close();
     QVERIFY(!vault().exportFile(QStringLiteral("A.TXT"), path(QStringLiteral("a.txt"))));
