@@ -225,8 +225,8 @@ bool StreamBench::run(BenchTable& table)
     const qint64 liveBytes = QFileInfo(container).size() - Core::ContainerFile::PayloadOffset;
     table.add(QStringLiteral("Compaction, %1 live").arg(BenchTable::size(liveBytes)),
               BenchTable::rate(liveBytes, compactNs),
-              QStringLiteral(
-                  "copies each live block to the local disk, decrypts it once to verify, copies it back"));
+              QStringLiteral("authenticates each live block (one decryption) on its way to the local disk, "
+                             "then copies it all back"));
 
     qint64 unlockNs = 0;
     if (!vault.lock() || !timed(unlockNs, [&] { return vault.unlock(container, m_password); })) {

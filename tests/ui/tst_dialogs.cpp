@@ -227,6 +227,12 @@ void DialogsTest::helpCoversEveryAction()
         page.contains(QStringLiteral("o backup abre com a senha que o container tinha no momento em que a "
                                      "cópia foi feita")));
     QVERIFY(page.contains(QStringLiteral("Compactar cofre")));
+    // Compaction checks what it copies, and a damaged file stops it with nothing changed.
+    QVERIFY(page.contains(QStringLiteral(
+        "A autenticação de cada bloco é conferida enquanto ele é copiado, e o novo container é "
+        "conferido antes de substituir o antigo. Se algum arquivo estiver danificado, o cofre "
+        "não é compactado: o Velmarin mostra quais arquivos estão danificados, e o container "
+        "continua como estava.")));
     // The journal is the one other file ever written on the drive, and the page says so.
     QVERIFY(
         page.contains(QStringLiteral("O Velmarin só grava o container na unidade USB, e ao lado dele, apenas "
