@@ -1,5 +1,7 @@
 #include "core/crypto/VaultCrypto.h"
 
+#include "core/crypto/AeadCipher.h"
+
 #include <QCryptographicHash>
 #include <QMessageAuthenticationCode>
 #include <QtEndian>
@@ -7,6 +9,11 @@
 #include <sodium.h>
 
 namespace Velmarin::Core {
+
+static_assert(VaultCrypto::KeySize == AeadCipher::KeySize &&
+                  VaultCrypto::NonceSize == AeadCipher::NonceSize &&
+                  VaultCrypto::TagSize == AeadCipher::TagSize,
+              "one cipher seals everything");
 
 namespace {
 
@@ -107,15 +114,11 @@ QByteArray VaultCrypto::encrypt(const QByteArray& plaintext, const QByteArray& k
         return {};
     }
     QByteArray out(plaintext.size() + TagSize, Qt::Uninitialized);
-    unsigned long long outLength = 0;
-    const int rc = crypto_aead_xchacha20poly1305_ietf_encrypt(
-        bytes(out), &outLength, bytes(plaintext), static_cast<unsigned long long>(plaintext.size()),
-        bytes(associatedData), static_cast<unsigned long long>(associatedData.size()), nullptr, bytes(nonce),
-        bytes(key));
-    if (rc != 0) {
+    AeadCipher cipher;
+    if (!cipher.seal(bytes(key), bytes(nonce), associatedData, bytes(plaintext),
+                     static_cast<size_t>(plaintext.size()), bytes(out))) {
         return {};
     }
-    out.resize(static_cast<qsizetype>(outLength));
     return out;
 }
 
@@ -125,16 +128,13 @@ QByteArray VaultCrypto::decrypt(const QByteArray& ciphertext, const QByteArray& 
     if (key.size() != KeySize || nonce.size() != NonceSize || ciphertext.size() < TagSize) {
         return {};
     }
+    // Opening wipes what it released when the tag does not hold.
     QByteArray out(ciphertext.size() - TagSize, Qt::Uninitialized);
-    unsigned long long outLength = 0;
-    const int rc = crypto_aead_xchacha20poly1305_ietf_decrypt(
-        bytes(out), &outLength, nullptr, bytes(ciphertext),
-        static_cast<unsigned long long>(ciphertext.size()), bytes(associatedData),
-        static_cast<unsigned long long>(associatedData.size()), bytes(nonce), bytes(key));
-    if (rc != 0) {
+    AeadCipher cipher;
+    if (!cipher.open(bytes(key), bytes(nonce), associatedData, bytes(ciphertext),
+                     static_cast<size_t>(ciphertext.size()), bytes(out))) {
         return {};
     }
-    out.resize(static_cast<qsizetype>(outLength));
     return out;
 }
 
