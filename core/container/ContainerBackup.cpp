@@ -43,13 +43,16 @@ bool ContainerBackup::copyChunks(const Progress& progress)
     }
     const qint64 total = m_source.size();
     qint64 done = 0;
+    // One buffer for the whole copy, so no chunk pages in fresh memory.
+    QByteArray chunk(static_cast<qsizetype>(qMin<qint64>(ChunkSize, qMax<qint64>(total, 1))),
+                     Qt::Uninitialized);
     while (!m_source.atEnd()) {
-        const QByteArray chunk = m_source.read(ChunkSize);
+        const qint64 read = m_source.read(chunk.data(), chunk.size());
         // An empty read before the end is a read error: the drive went away or the medium failed.
-        if (chunk.isEmpty() || m_destination.write(chunk) != chunk.size()) {
+        if (read <= 0 || m_destination.write(chunk.constData(), read) != read) {
             return false;
         }
-        done += chunk.size();
+        done += read;
         if (progress) {
             progress(done, total);
         }

@@ -89,14 +89,20 @@ bool FileSync::copyFile(const QString& from, const QString& to, const CopyProgre
     }
     qint64 copied = 0;
     bool complete = true;
+#ifndef Q_OS_WIN
+    ::posix_fadvise(source.handle(), 0, 0, POSIX_FADV_SEQUENTIAL);
+#endif
+    // One buffer for the whole copy: fresh memory for every piece would be paged in anew each time.
+    QByteArray piece(static_cast<qsizetype>(qMin<qint64>(CopyPieceSize, qMax<qint64>(total, 1))),
+                     Qt::Uninitialized);
     while (copied < total) {
-        const QByteArray piece = source.read(CopyPieceSize);
+        const qint64 read = source.read(piece.data(), piece.size());
         // Nothing read before the end is a read error: the medium failed or the file shrank.
-        if (piece.isEmpty() || destination.write(piece) != piece.size()) {
+        if (read <= 0 || destination.write(piece.constData(), read) != read) {
             complete = false;
             break;
         }
-        copied += piece.size();
+        copied += read;
         if (progress) {
             progress(copied, total);
         }

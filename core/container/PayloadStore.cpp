@@ -1,12 +1,43 @@
 #include "core/container/PayloadStore.h"
 
-#include "core/crypto/PlaintextBuffer.h"
 #include "core/crypto/Sha256.h"
 #include "core/crypto/VaultCrypto.h"
 
+#include <QFileDevice>
 #include <QIODevice>
 
+#ifdef Q_OS_UNIX
+#include <fcntl.h>
+#endif
+
 namespace Velmarin::Core {
+
+namespace {
+
+unsigned char* bytes(char* data)
+{
+    return reinterpret_cast<unsigned char*>(data);
+}
+
+const unsigned char* bytes(const char* data)
+{
+    return reinterpret_cast<const unsigned char*>(data);
+}
+
+// Files are read front to back: a larger read-ahead keeps the drive busy while a block is sealed.
+void adviseSequential(QIODevice& device)
+{
+#ifdef Q_OS_UNIX
+    const auto* file = qobject_cast<QFileDevice*>(&device);
+    if (file != nullptr && file->handle() >= 0) {
+        ::posix_fadvise(file->handle(), 0, 0, POSIX_FADV_SEQUENTIAL);
+    }
+#else
+    Q_UNUSED(device);
+#endif
+}
+
+} // namespace
 
 PayloadStore::PayloadStore(const VaultCrypto& crypto, const QByteArray& key, const QByteArray& associatedData)
     : m_crypto(crypto)
@@ -14,31 +45,59 @@ PayloadStore::PayloadStore(const VaultCrypto& crypto, const QByteArray& key, con
     , m_associatedData(associatedData)
 {}
 
+const unsigned char* PayloadStore::key() const
+{
+    return m_key.size() == VaultCrypto::KeySize ? bytes(m_key.constData()) : nullptr;
+}
+
+char* PayloadStore::plainSpace(qint64 size) const
+{
+    if (m_plain.size() < size) {
+        m_plain = PlaintextBuffer(static_cast<qsizetype>(size));
+    }
+    return m_plain.data();
+}
+
 bool PayloadStore::appendBlocks(QIODevice& source, QIODevice& container, qint64 expectedTotal,
                                 const QString& label, const ProgressCallback& progress,
                                 FileEntry& entry) const
 {
     Sha256 hash;
-    PlaintextBuffer plain(BlockSize);
     qint64 done = 0;
     entry.blocks.clear();
+    adviseSequential(source);
+    // A small file needs no whole block of memory; a source of unknown length may fill one.
+    const qint64 announced = source.isSequential() ? 0 : source.bytesAvailable();
+    const qint64 room = announced > 0 ? qMin(announced, BlockSize) : BlockSize;
     while (!source.atEnd()) {
-        const qint64 read = source.read(plain.data(), BlockSize);
-        if (read <= 0) {
+        char* plain = plainSpace(room);
+        const qint64 read = source.read(plain, room);
+        if (read <= 0 || key() == nullptr) {
             return false;
         }
-        const QByteArray piece = plain.prefix(static_cast<qsizetype>(read));
-        hash.addData(piece);
         const QByteArray nonce = m_crypto.randomBytes(VaultCrypto::NonceSize);
-        const QByteArray sealed = m_crypto.encrypt(piece, m_key, nonce, m_associatedData);
-        if (sealed.isEmpty()) {
+        m_sealed.resize(static_cast<qsizetype>(read + VaultCrypto::TagSize));
+        unsigned char* sealed = bytes(m_sealed.data());
+        if (nonce.size() != VaultCrypto::NonceSize ||
+            !m_cipher.beginSeal(key(), bytes(nonce.constData()), m_associatedData)) {
+            return false;
+        }
+        // One pass: each piece is hashed and sealed while it is in the cache.
+        for (qint64 at = 0; at < read; at += PieceSize) {
+            const qint64 piece = qMin(PieceSize, read - at);
+            hash.addData(QByteArrayView(plain + at, static_cast<qsizetype>(piece)));
+            if (!m_cipher.update(bytes(plain + at), sealed + at, static_cast<size_t>(piece))) {
+                return false;
+            }
+        }
+        if (!m_cipher.finishSeal(sealed + read)) {
             return false;
         }
         const qint64 offset = container.pos();
-        if (container.write(sealed) != sealed.size()) {
+        if (container.write(m_sealed.constData(), m_sealed.size()) != m_sealed.size()) {
             return false;
         }
-        entry.blocks.append(BlockEntry{offset, read, sealed.size(), nonce});
+        entry.blocks.append(BlockEntry{offset, read, m_sealed.size(), nonce});
         done += read;
         if (progress) {
             progress(done, expectedTotal, label);
@@ -55,14 +114,18 @@ bool PayloadStore::exportBlocks(QIODevice& container, const FileEntry& entry, QI
     if (destinationFailed != nullptr) {
         *destinationFailed = false;
     }
+    adviseSequential(container);
     for (const BlockEntry& block : entry.blocks) {
-        QByteArray sealed;
-        PlaintextBuffer plain;
-        if (!readBlock(container, block, sealed, plain)) {
+        if (!readSealed(container, block, m_sealed) || key() == nullptr) {
             return false;
         }
-        // Handed over as raw bytes: a device keeping a shared copy of the array would outlive the wipe.
-        if (destination.write(plain.bytes().constData(), plain.size()) != plain.size()) {
+        // Opened whole before a byte leaves: plaintext is released ahead of its tag's check.
+        char* plain = plainSpace(block.plainSize);
+        if (!m_cipher.open(key(), bytes(block.nonce.constData()), m_associatedData,
+                           bytes(m_sealed.constData()), static_cast<size_t>(m_sealed.size()), bytes(plain))) {
+            return false;
+        }
+        if (destination.write(plain, block.plainSize) != block.plainSize) {
             if (destinationFailed != nullptr) {
                 *destinationFailed = true;
             }
@@ -74,22 +137,33 @@ bool PayloadStore::exportBlocks(QIODevice& container, const FileEntry& entry, QI
 
 bool PayloadStore::readAuthentic(QIODevice& container, const BlockEntry& block, QByteArray& sealed) const
 {
-    PlaintextBuffer plain;
-    return readBlock(container, block, sealed, plain);
+    if (!readSealed(container, block, sealed) || key() == nullptr) {
+        return false;
+    }
+    // Only the tag matters: the plaintext goes through one cache-sized piece and is never kept.
+    const qint64 length = block.plainSize;
+    char* scratch = plainSpace(qMin(PieceSize, length));
+    const auto* in = bytes(sealed.constData());
+    if (!m_cipher.beginOpen(key(), bytes(block.nonce.constData()), m_associatedData)) {
+        return false;
+    }
+    for (qint64 at = 0; at < length; at += PieceSize) {
+        const qint64 piece = qMin(PieceSize, length - at);
+        if (!m_cipher.update(in + at, bytes(scratch), static_cast<size_t>(piece))) {
+            return false;
+        }
+    }
+    return m_cipher.finishOpen(in + length);
 }
 
-bool PayloadStore::readBlock(QIODevice& container, const BlockEntry& block, QByteArray& sealed,
-                             PlaintextBuffer& plain) const
+bool PayloadStore::readSealed(QIODevice& container, const BlockEntry& block, QByteArray& sealed)
 {
-    if (!isPlausible(block) || !container.seek(block.offset)) {
+    if (!isPlausible(block) || block.nonce.size() != VaultCrypto::NonceSize ||
+        !container.seek(block.offset)) {
         return false;
     }
-    sealed = container.read(block.encryptedSize);
-    if (sealed.size() != block.encryptedSize) {
-        return false;
-    }
-    plain = PlaintextBuffer(m_crypto.decrypt(sealed, m_key, block.nonce, m_associatedData));
-    return plain.size() == block.plainSize;
+    sealed.resize(static_cast<qsizetype>(block.encryptedSize));
+    return container.read(sealed.data(), block.encryptedSize) == block.encryptedSize;
 }
 
 bool PayloadStore::isPlausible(const BlockEntry& block)

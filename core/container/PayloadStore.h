@@ -1,6 +1,8 @@
 #pragma once
 
 #include "core/container/ProgressCallback.h"
+#include "core/crypto/AeadCipher.h"
+#include "core/crypto/PlaintextBuffer.h"
 #include "core/index/FileEntry.h"
 
 #include <QByteArray>
@@ -10,18 +12,24 @@ class QIODevice;
 
 namespace Velmarin::Core {
 
-class PlaintextBuffer;
 class VaultCrypto;
 
 // Moves file contents into and out of the payload region, one block of at most 16 MiB at a time,
-// so memory stays bounded by a block and its ciphertext whatever the file's size.
+// so memory stays bounded by a block and its ciphertext whatever the file's size. One plaintext and
+// one ciphertext buffer serve every block of every file a store moves, so a long run of blocks costs
+// no allocation and no fresh pages; the plaintext one is wiped when the store goes.
 class PayloadStore
 {
 public:
     static constexpr qint64 BlockSize = 16777216;
+    // A block is hashed and sealed piece by piece, each piece still in the cache for its second pass.
+    static constexpr qint64 PieceSize = 256 * 1024;
 
     // key is the 32-byte block key, associatedData the "file-block" string of the container.
     PayloadStore(const VaultCrypto& crypto, const QByteArray& key, const QByteArray& associatedData);
+    PayloadStore(PayloadStore&& other) noexcept = default;
+    PayloadStore(const PayloadStore&) = delete;
+    PayloadStore& operator=(const PayloadStore&) = delete;
 
     // Reads source to its end and appends one encrypted block per piece at the container's current
     // position, filling entry's blocks, sizeBytes and sha256. Reports (done, expectedTotal, label).
@@ -45,13 +53,18 @@ public:
     static bool isPlausible(const BlockEntry& block);
 
 private:
-    // The one place a block is read and decrypted; plain holds exactly block.plainSize bytes on success.
-    bool readBlock(QIODevice& container, const BlockEntry& block, QByteArray& sealed,
-                   PlaintextBuffer& plain) const;
+    // Reads a plausible block's ciphertext into sealed, reusing its memory.
+    static bool readSealed(QIODevice& container, const BlockEntry& block, QByteArray& sealed);
+    // At least size bytes of the plaintext buffer, grown (the old one wiped) only past its size.
+    char* plainSpace(qint64 size) const;
+    const unsigned char* key() const;
 
     const VaultCrypto& m_crypto;
     QByteArray m_key;
     QByteArray m_associatedData;
+    mutable PlaintextBuffer m_plain;
+    mutable QByteArray m_sealed;
+    mutable AeadCipher m_cipher;
 };
 
 } // namespace Velmarin::Core
