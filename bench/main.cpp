@@ -1,5 +1,6 @@
 // velmarin-bench: the figures of the README's "Performance" section, from one run in one directory.
 #include "BenchTable.h"
+#include "HelperModes.h"
 #include "IndexChangeBench.h"
 #include "StreamBench.h"
 #include "TableFillBench.h"
@@ -73,8 +74,31 @@ int main(int argc, char* argv[])
     const QCommandLineOption tableOption(QStringLiteral("table-files"),
                                          QStringLiteral("Files in the folder the window shows."),
                                          QStringLiteral("count"), QStringLiteral("10000"));
-    parser.addOptions({sizeOption, filesOption, tableOption});
+    const QCommandLineOption fallbackOption(
+        QStringLiteral("fallback-vault"),
+        QStringLiteral("Only write an empty vault whose key comes from the key-derivation fallback "
+                       "(password from VELMARIN_PASSWORD)."),
+        QStringLiteral("container"));
+    const QCommandLineOption argon2Option(QStringLiteral("argon2id-runs"),
+                                          QStringLiteral("Only print the best time of N Argon2id "
+                                                         "derivations as an unlock runs them, in seconds."),
+                                          QStringLiteral("N"));
+    parser.addOptions({sizeOption, filesOption, tableOption, fallbackOption, argon2Option});
     parser.process(app);
+
+    // The helper modes of bench/whole-process.sh.
+    const QByteArray helperPassword = qEnvironmentVariableIsEmpty("VELMARIN_PASSWORD")
+                                          ? QByteArrayLiteral("senha de medição 2026")
+                                          : qgetenv("VELMARIN_PASSWORD");
+    if (parser.isSet(fallbackOption)) {
+        return HelperModes::writeFallbackVault(parser.value(fallbackOption), helperPassword) ? 0 : 1;
+    }
+    if (parser.isSet(argon2Option)) {
+        const double seconds =
+            HelperModes::argon2idSeconds(helperPassword, parser.value(argon2Option).toInt());
+        out << QString::number(seconds, 'f', 3) << "\n";
+        return seconds >= 0 ? 0 : 1;
+    }
 
     bool sizeOk = false;
     bool countsOk = false;

@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Builds velmarin-bench and prints its table for one directory (default /tmp).
+# Builds velmarin-bench and velmarin-cli and prints two tables for one directory (default /tmp): the
+# in-process one of velmarin-bench, then the whole-process one of bench/whole-process.sh.
 # Usage: scripts/bench.sh [directory] [--size-mib N] [--files 10,1000,10000] [--table-files N]
 # The directory needs room for about five times the large file (5 GiB by default).
 set -euo pipefail
@@ -7,7 +8,20 @@ set -euo pipefail
 root="$(cd "$(dirname "$0")/.." && pwd)"
 build="${BUILD_DIR:-$root/build}"
 
-"$root/scripts/install-deps.sh"
+"$root/scripts/install-deps.sh" --bench
 cmake -S "$root" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE="${BUILD_TYPE:-RelWithDebInfo}" >/dev/null
-cmake --build "$build" --target velmarin-bench --parallel "$(nproc 2>/dev/null || echo 2)"
-exec "$build/bench/velmarin-bench" "$@"
+cmake --build "$build" --target velmarin-bench velmarin-cli --parallel "$(nproc 2>/dev/null || echo 2)"
+
+directory=/tmp
+size_mib=1024
+arguments=("$@")
+while [[ $# -gt 0 ]]; do
+    case "$1" in
+        --size-mib) size_mib="$2"; shift 2 ;;
+        --files|--table-files) shift 2 ;;
+        *) directory="$1"; shift ;;
+    esac
+done
+"$build/bench/velmarin-bench" "${arguments[@]}"
+echo
+BUILD_DIR="$build" exec "$root/bench/whole-process.sh" --size-mib "$size_mib" "$directory"

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Installs the Debian packages that building and testing Velmarin needs, and only the missing ones.
 # Works on Debian 12 and Ubuntu 22.04 or later; uses sudo when not run as root.
+# --bench adds the tools the whole-process bench compares with.
 set -euo pipefail
 
 packages=(
@@ -22,6 +23,10 @@ packages=(
     libclang-rt-dev
     llvm
 )
+# The whole-process bench (bench/whole-process.sh) compares with these; tests never need them.
+if [[ "${1:-}" == "--bench" ]]; then
+    packages+=(age restic 7zip time)
+fi
 
 missing=()
 for package in "${packages[@]}"; do
