@@ -20,7 +20,8 @@ QString key(const char* name)
 }
 
 template <typename Entry, typename PathOf>
-bool upsert(QList<Entry>& list, QHash<QString, qsizetype>& positions, const Entry& entry, PathOf pathOf)
+bool upsert(QList<Entry>& list, QHash<QString, qsizetype>& positions, FoldedPaths& folded, const Entry& entry,
+            PathOf pathOf)
 {
     const QString& path = pathOf(entry);
     if (path.isEmpty()) {
@@ -32,12 +33,14 @@ bool upsert(QList<Entry>& list, QHash<QString, qsizetype>& positions, const Entr
         return true;
     }
     positions.insert(path, list.size());
+    folded.added(path, list.size());
     list.append(entry);
     return true;
 }
 
 template <typename Entry, typename PathOf>
-bool removeExact(QList<Entry>& list, QHash<QString, qsizetype>& positions, const QString& path, PathOf pathOf)
+bool removeExact(QList<Entry>& list, QHash<QString, qsizetype>& positions, FoldedPaths& folded,
+                 const QString& path, PathOf pathOf)
 {
     const auto found = positions.find(path);
     if (found == positions.end()) {
@@ -49,18 +52,8 @@ bool removeExact(QList<Entry>& list, QHash<QString, qsizetype>& positions, const
     for (qsizetype i = at; i < list.size(); ++i) {
         positions[pathOf(list.at(i))] = i;
     }
+    folded.invalidate();
     return true;
-}
-
-template <typename Entry, typename PathOf>
-const Entry* findIgnoringCase(const QList<Entry>& list, const QString& path, PathOf pathOf)
-{
-    for (const Entry& entry : list) {
-        if (isSameVaultPath(pathOf(entry), path)) {
-            return &entry;
-        }
-    }
-    return nullptr;
 }
 
 const QString& filePath(const FileEntry& entry)
@@ -202,22 +195,22 @@ DirectoryEntry directoryFromJson(const QJsonObject& object)
 
 bool VaultIndex::upsertFile(const FileEntry& entry)
 {
-    return upsert(m_files, m_filePositions, entry, filePath);
+    return upsert(m_files, m_filePositions, m_foldedFiles, entry, filePath);
 }
 
 bool VaultIndex::upsertDirectory(const DirectoryEntry& entry)
 {
-    return upsert(m_directories, m_directoryPositions, entry, directoryPath);
+    return upsert(m_directories, m_directoryPositions, m_foldedDirectories, entry, directoryPath);
 }
 
 bool VaultIndex::removeFile(const QString& vaultPath)
 {
-    return removeExact(m_files, m_filePositions, vaultPath, filePath);
+    return removeExact(m_files, m_filePositions, m_foldedFiles, vaultPath, filePath);
 }
 
 bool VaultIndex::removeDirectory(const QString& path)
 {
-    return removeExact(m_directories, m_directoryPositions, path, directoryPath);
+    return removeExact(m_directories, m_directoryPositions, m_foldedDirectories, path, directoryPath);
 }
 
 bool VaultIndex::fileExists(const QString& path) const
@@ -232,12 +225,12 @@ bool VaultIndex::directoryExists(const QString& path) const
 
 const FileEntry* VaultIndex::findFile(const QString& path) const
 {
-    return findIgnoringCase(m_files, path, filePath);
+    return m_foldedFiles.find(m_files, path, filePath);
 }
 
 const DirectoryEntry* VaultIndex::findDirectory(const QString& path) const
 {
-    return findIgnoringCase(m_directories, path, directoryPath);
+    return m_foldedDirectories.find(m_directories, path, directoryPath);
 }
 
 bool VaultIndex::crossesFile(const QString& path) const
@@ -287,6 +280,8 @@ void VaultIndex::clear()
     m_directories.clear();
     m_filePositions.clear();
     m_directoryPositions.clear();
+    m_foldedFiles.invalidate();
+    m_foldedDirectories.invalidate();
 }
 
 QByteArray VaultIndex::toJson() const
@@ -300,6 +295,20 @@ QByteArray VaultIndex::toJson() const
     appendArray(out, m_files, appendFile);
     out += ",\"formatVersion\":1}";
     return out;
+}
+
+qint64 VaultIndex::jsonSize(const FileEntry& file)
+{
+    QByteArray out;
+    appendFile(out, file);
+    return out.size() + 1;
+}
+
+qint64 VaultIndex::jsonSize(const DirectoryEntry& directory)
+{
+    QByteArray out;
+    appendDirectory(out, directory);
+    return out.size() + 1;
 }
 
 VaultIndex VaultIndex::fromJson(const QByteArray& json)

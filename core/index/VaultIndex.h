@@ -2,6 +2,7 @@
 
 #include "core/index/DirectoryEntry.h"
 #include "core/index/FileEntry.h"
+#include "core/index/FoldedPaths.h"
 
 #include <QByteArray>
 #include <QDateTime>
@@ -39,6 +40,9 @@ public:
     void clear();
 
     QByteArray toJson() const;
+    // What one more entry adds to toJson(), its separating comma included.
+    static qint64 jsonSize(const FileEntry& file);
+    static qint64 jsonSize(const DirectoryEntry& directory);
     // Anything that is not a JSON object gives an empty index.
     static VaultIndex fromJson(const QByteArray& json);
 
@@ -52,6 +56,8 @@ private:
     // one upsert at a time stays linear.
     QHash<QString, qsizetype> m_filePositions;
     QHash<QString, qsizetype> m_directoryPositions;
+    FoldedPaths m_foldedFiles;
+    FoldedPaths m_foldedDirectories;
 };
 
 } // namespace Velmarin::Core

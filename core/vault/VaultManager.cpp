@@ -243,6 +243,20 @@ bool VaultManager::importFile(QFile& source, qint64 size, const QDateTime& modif
     return m_transfer.importFile(source, size, modifiedUtc, vaultPath, progress);
 }
 
+ImportBatch::Outcome VaultManager::importBatch(const QList<ImportItem>& items,
+                                               const ImportBatch::Handler& handler,
+                                               ImportBatch::Checkpoints checkpoints)
+{
+    m_session.clearFailure();
+    return ImportBatch(m_session, checkpoints).run(items, handler);
+}
+
+bool VaultManager::importCapacity(const QList<ImportItem>& items, int* fitting)
+{
+    m_session.clearFailure();
+    return ImportBatch(m_session).measure(items, fitting);
+}
+
 bool VaultManager::exportFile(const QString& vaultPath, QIODevice* destination)
 {
     m_session.clearFailure();

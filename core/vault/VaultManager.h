@@ -6,6 +6,7 @@
 #include "core/vault/EntryOperations.h"
 #include "core/vault/Failure.h"
 #include "core/vault/FileTransfer.h"
+#include "core/vault/ImportBatch.h"
 #include "core/vault/VaultSession.h"
 #include "core/vault/VerificationReport.h"
 #include "core/vault/WorkspaceEdits.h"
@@ -103,6 +104,12 @@ public:
     // The same from a file already open for reading, with the size and time to record.
     bool importFile(QFile& source, qint64 size, const QDateTime& modifiedUtc, const QString& vaultPath,
                     const ProgressCallback& progress = {});
+    // Many files and folders at once, the index written at checkpoints (see ImportBatch). The
+    // session's failure is the reason of a stop or of the refusal up front.
+    ImportBatch::Outcome importBatch(const QList<ImportItem>& items, const ImportBatch::Handler& handler = {},
+                                     ImportBatch::Checkpoints checkpoints = {});
+    // How many of items' files, in order, the index can still take; nothing is written.
+    bool importCapacity(const QList<ImportItem>& items, int* fitting);
     bool exportFile(const QString& vaultPath, const QString& destinationPath);
     bool exportFile(const QString& vaultPath, QIODevice* destination);
 

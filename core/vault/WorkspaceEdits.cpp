@@ -2,11 +2,13 @@
 
 #include "core/index/VaultPath.h"
 #include "core/vault/FileTransfer.h"
+#include "core/vault/ImportBatch.h"
 #include "core/vault/VaultSession.h"
 #include "core/workspace/PrivateFolder.h"
 #include "core/workspace/Workspace.h"
 
 #include <QFile>
+#include <QFileInfo>
 
 namespace Velmarin::Core {
 
@@ -70,21 +72,45 @@ bool WorkspaceEdits::bringBackLeftovers()
 
 bool WorkspaceEdits::bringBack(const QList<EditedFile>& copies)
 {
+    if (copies.isEmpty()) {
+        return true;
+    }
+    QList<ImportItem> items;
     for (const EditedFile& edited : copies) {
-        QFile copy;
-        const bool stored =
-            m_workspace.openCopy(edited.vaultPath, copy) &&
-            m_transfer.importFile(copy, copy.size(), PrivateFolder::modified(copy), edited.vaultPath, {});
-        if (!stored) {
-            // What stopped the import travels along, so the user learns what to do with the copy.
-            const Failure cause = m_session.failure();
-            const QString why = !cause.systemError.isEmpty() ? cause.systemError : copy.errorString();
-            m_session.fail(Failure::Reason::EditNotSaved, edited.vaultPath, why);
-            m_session.setCause(cause.reason);
+        items.append(
+            ImportItem{edited.localPath, edited.vaultPath, QFileInfo(edited.localPath).size(), false});
+    }
+    // The first copy that could not be stored names the failure; the others still go in.
+    Failure firstCause;
+    QString firstPath;
+    ImportBatch::Handler handler;
+    handler.open = [this](const ImportItem& item, QFile& copy, QDateTime* modified) {
+        if (!m_workspace.openCopy(item.vaultPath, copy)) {
             return false;
         }
+        *modified = PrivateFolder::modified(copy);
+        return true;
+    };
+    handler.failed = [&](const ImportItem& item, const Failure& cause) {
+        if (firstPath.isEmpty()) {
+            firstCause = cause;
+            firstPath = item.vaultPath;
+        }
+    };
+    const ImportBatch::Outcome outcome = ImportBatch(m_session).run(items, handler);
+    if (outcome.succeeded()) {
+        return true;
     }
-    return true;
+    if (firstPath.isEmpty()) {
+        firstCause = m_session.failure();
+        firstPath = outcome.stoppedAt >= 0 && outcome.stoppedAt < items.size()
+                        ? items.at(outcome.stoppedAt).vaultPath
+                        : items.constFirst().vaultPath;
+    }
+    // What stopped the import travels along, so the user learns what to do with the copy.
+    m_session.fail(Failure::Reason::EditNotSaved, firstPath, firstCause.systemError);
+    m_session.setCause(firstCause.reason);
+    return false;
 }
 
 } // namespace Velmarin::Core

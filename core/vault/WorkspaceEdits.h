@@ -21,14 +21,15 @@ public:
 
     bool openForEdit(const QString& vaultPath, QString* localPath);
     bool isOpenForEdit(const QString& vaultPath) const;
-    // Imports each copy the user changed under its vault path. False when one could not be stored:
-    // that one and those after it stay in the workspace.
+    // Imports each copy the user changed under its vault path, in one batch. False when one could
+    // not be stored: the others are stored all the same, and every copy stays in the workspace.
     bool bringBackChanged();
     // The same for the copies an earlier session left, which are wiped once all are stored.
     bool bringBackLeftovers();
 
 private:
-    // Imports the copies, read through the workspace's own folders.
+    // Imports the copies, read through the workspace's own folders; the failure names the first
+    // copy that could not be stored.
     bool bringBack(const QList<EditedFile>& copies);
 
     VaultSession& m_session;
