@@ -93,4 +93,11 @@ QString FailureText::sentence(Core::Failure::Reason reason, const QString& path)
     return {};
 }
 
+QString FailureText::indexCapacity(int fitting, int selected)
+{
+    return tr("O índice do cofre comporta mais %1 dos %2 arquivos selecionados. Importe em partes menores.")
+        .arg(fitting)
+        .arg(selected);
+}
+
 } // namespace Velmarin::UI

@@ -20,6 +20,8 @@ public:
     static QString sentence(Core::Failure::Reason reason, const QString& path = QString());
     // Why a typed name was refused (NameNotAllowed or AlreadyExists), worded for a folder or a file.
     static QString nameRefusal(const Core::Failure& failure, bool folder);
+    // A batch the index cannot hold: how many of the selected files, in order, it still takes.
+    static QString indexCapacity(int fitting, int selected);
 };
 
 } // namespace Velmarin::UI

@@ -154,8 +154,13 @@ private:
     // At start: copies that sessions of other vaults left behind, offered for removal.
     void offerToRemoveStrayWorkspaces();
 
+    // Importing (MainWindowImport.cpp): the index's room and the drive's free space for the files,
+    // told or asked about before anything is written.
+    bool confirmImportSpace(const QList<Core::ImportItem>& items);
+    // Tells why a batch stopped: the file where it did, the reason, and how many went in before.
+    void explainImportStop(const QList<Core::ImportItem>& items, const Core::ImportBatch::Outcome& outcome);
+
     // File actions (MainWindowFileActions.cpp).
-    bool confirmImportSpace(const QStringList& files);
     void renameEntry(bool folder);
 
     // Locking on its own (MainWindowAutoLock.cpp).

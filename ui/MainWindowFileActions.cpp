@@ -1,107 +1,16 @@
-// Actions on the entries of the unlocked vault: import, export, open, move, rename, new folder
+// Actions on the entries of the unlocked vault: export, open, move, rename, new folder
 // and the two deletes. Each checks, asks, calls the engine once, then refreshes and reports.
 #include "core/index/DisplayFormat.h"
 #include "core/index/VaultPath.h"
-#include "core/vault/ImportSpace.h"
 #include "ui/FailureText.h"
 #include "ui/MainWindow.h"
 #include "ui/MessageBoxes.h"
 #include "ui/MoveFileDialog.h"
-#include "ui/ProgressDialogs.h"
 
 #include <QFileInfo>
-#include <QProgressDialog>
 #include <QUrl>
 
 namespace Velmarin::UI {
-
-void MainWindow::importFiles()
-{
-    const QStringList files =
-        m_fileDialogs->openFileNames(this, tr("Importar arquivos para o cofre"), QString(), QString());
-    if (files.isEmpty() || !confirmImportSpace(files)) {
-        return;
-    }
-
-    const QString speedNote = tr("A velocidade depende da taxa de leitura e escrita da unidade USB.\n"
-                                 "Dispositivos USB 3 ou superiores tendem a ser mais rápidos.");
-    const auto progress = ProgressDialogs::open(
-        this, tr("Importar arquivos"), tr("Importando arquivos para o cofre...\n\n%1").arg(speedNote));
-    const Core::ProgressCallback adapter = ProgressDialogs::importAdapter(progress.get(), speedNote);
-
-    int imported = 0;
-    for (const QString& file : files) {
-        const QString vaultPath = Core::joinEntryPath(m_currentFolder, QFileInfo(file).fileName());
-        progress->setValue(0);
-        progress->setLabelText(tr("Importando %1...\n\n%2").arg(Core::vaultFileName(vaultPath), speedNote));
-        QCoreApplication::processEvents();
-
-        if (m_vault.fileExists(vaultPath) &&
-            !MessageBoxes::askYesNo(
-                this, tr("Substituir arquivo"),
-                tr("%1 já existe no cofre. Deseja substituir o arquivo protegido?").arg(vaultPath))) {
-            continue;
-        }
-        if (m_vault.importFile(file, vaultPath, adapter)) {
-            ++imported;
-        } else {
-            MessageBoxes::warning(this, tr("Velmarin"),
-                                  tr("Não foi possível importar %1.").arg(QFileInfo(file).fileName()),
-                                  FailureText::why(m_vault.lastFailure()));
-        }
-    }
-    progress->setValue(progress->maximum());
-    progress->close();
-    refreshFileTable();
-    refreshDeviceList();
-
-    // The count is shown even when it is 0, so the user always sees how many went in.
-    showOutcome(imported == 1 ? tr("Arquivo importado com sucesso.")
-                              : tr("%1 arquivos importados com sucesso.").arg(imported));
-}
-
-bool MainWindow::confirmImportSpace(const QStringList& files)
-{
-    const QString title = tr("Importar arquivos");
-    qint64 total = 0;
-    for (const QString& file : files) {
-        const QFileInfo info(file);
-        if (!info.exists()) {
-            MessageBoxes::warning(nullptr, title,
-                                  tr("O arquivo %1 não está disponível para importação.").arg(file));
-            return false;
-        }
-        total += info.size();
-    }
-
-    const std::optional<qint64> available =
-        m_storage->bytesAvailable(QFileInfo(m_containerPath).absolutePath());
-    if (!available) {
-        MessageBoxes::warning(nullptr, title,
-                              tr("Não foi possível verificar o espaço livre da unidade do container."));
-        return false;
-    }
-    const qint64 required = Core::ImportSpace::required(total);
-    if (required > *available) {
-        MessageBoxes::warning(
-            nullptr, tr("Espaço insuficiente"),
-            tr("Não há espaço livre suficiente na unidade do container.\n\nArquivos "
-               "selecionados: %1\nEspaço livre disponível: %2\n\nLibere espaço na unidade USB "
-               "ou selecione arquivos menores.")
-                .arg(Core::formatDataSize(total), Core::formatDataSize(*available)));
-        return false;
-    }
-    const qint64 remaining = *available - required;
-    if (remaining >= Core::ImportSpace::ComfortableRemainder) {
-        return true;
-    }
-    return MessageBoxes::askYesNo(
-        this, tr("Espaço livre reduzido"),
-        tr("A importação deixará pouco espaço livre na unidade do container.\n\n"
-           "Arquivos selecionados: %1\nEspaço livre restante estimado: %2\n\nDeseja "
-           "continuar?")
-            .arg(Core::formatDataSize(total), Core::formatDataSize(remaining)));
-}
 
 void MainWindow::exportFile()
 {
