@@ -186,4 +186,11 @@ QString FailureText::folderNameRule()
     return tr("Use um nome de pasta simples, sem barras, pontos isolados ou caminho relativo.");
 }
 
+QString FailureText::indexCapacity(int fitting, int selected)
+{
+    return tr("O índice do cofre comporta mais %1 dos %2 arquivos selecionados. Importe em partes menores.")
+        .arg(fitting)
+        .arg(selected);
+}
+
 } // namespace Velmarin::Cli

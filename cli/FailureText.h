@@ -41,6 +41,8 @@ public:
     // What a new name must look like, said by rename before the engine is asked.
     static QString fileNameRule();
     static QString folderNameRule();
+    // A batch the index cannot hold: how many of the selected files, in order, it still takes.
+    static QString indexCapacity(int fitting, int selected);
 };
 
 } // namespace Velmarin::Cli

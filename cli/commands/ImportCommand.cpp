@@ -70,7 +70,8 @@ int ImportCommand::checkArguments(const CommandContext& context, QString& target
             refuseName(info.filePath());
             m_planned = Failed;
         } else {
-            m_items.append(Item{info.filePath(), vaultPath, info.isDir(), info.isDir() ? 0 : info.size()});
+            m_items.append(
+                Core::ImportItem{info.filePath(), vaultPath, info.isDir() ? 0 : info.size(), info.isDir()});
         }
     };
     for (const QString& source : context.arguments.mid(1)) {
@@ -86,13 +87,13 @@ int ImportCommand::checkArguments(const CommandContext& context, QString& target
             return UsageError;
         }
         if (info.isFile()) {
-            m_items.append(Item{source, Core::joinEntryPath(target, name), false, info.size()});
+            m_items.append(Core::ImportItem{source, Core::joinEntryPath(target, name), info.size(), false});
             continue;
         }
         const QString folderName = name;
         const QString base = folderName.isEmpty() ? target : Core::joinEntryPath(target, folderName);
         if (!folderName.isEmpty()) {
-            m_items.append(Item{source, base, true, 0});
+            m_items.append(Core::ImportItem{source, base, 0, true});
         }
         const QDir root(info.canonicalFilePath());
         QDirIterator it(root.path(), QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden | QDir::System,
@@ -103,24 +104,35 @@ int ImportCommand::checkArguments(const CommandContext& context, QString& target
         }
     }
     // Paths in order put every folder before what it holds.
-    std::stable_sort(m_items.begin(), m_items.end(), [](const Item& a, const Item& b) {
-        return a.vaultPath.compare(b.vaultPath, Qt::CaseInsensitive) < 0;
-    });
+    std::stable_sort(m_items.begin(), m_items.end(),
+                     [](const Core::ImportItem& a, const Core::ImportItem& b) {
+                         return a.vaultPath.compare(b.vaultPath, Qt::CaseInsensitive) < 0;
+                     });
     return Success;
 }
 
-int ImportCommand::runOnVault(const CommandContext& context, Core::VaultManager& vault, const QString&)
+bool ImportCommand::hasRoom(const CommandContext& context, Core::VaultManager& vault) const
 {
     Console& console = context.console;
-    int result = m_planned;
+    int files = 0;
     qint64 total = 0;
-    for (const Item& item : m_items) {
+    for (const Core::ImportItem& item : m_items) {
+        files += item.isFolder ? 0 : 1;
         total += item.size;
+    }
+    int fitting = 0;
+    if (!vault.importCapacity(m_items, &fitting)) {
+        FailureText::report(console, vault.lastFailure(), Failed);
+        return false;
+    }
+    if (fitting < files) {
+        console.message(FailureText::indexCapacity(fitting, files));
+        return false;
     }
     const QStorageInfo storage(QFileInfo(context.arguments.at(0)).absolutePath());
     if (!storage.isValid() || !storage.isReady()) {
         console.message(tr("Não foi possível verificar o espaço livre da unidade do container."));
-        return Failed;
+        return false;
     }
     if (Core::ImportSpace::required(total) > storage.bytesAvailable()) {
         console.message(tr("%1\n\nArquivos selecionados: %2\nEspaço livre disponível: %3\n\nLibere espaço na "
@@ -128,62 +140,88 @@ int ImportCommand::runOnVault(const CommandContext& context, Core::VaultManager&
                             .arg(FailureText::sentence(Core::Failure::Reason::NoSpace),
                                  Core::formatDataSize(total),
                                  Core::formatDataSize(storage.bytesAvailable())));
+        return false;
+    }
+    return true;
+}
+
+int ImportCommand::runOnVault(const CommandContext& context, Core::VaultManager& vault, const QString&)
+{
+    Console& console = context.console;
+    if (!hasRoom(context, vault)) {
         return Failed;
     }
-
+    int result = m_planned;
     const bool replace = context.parser.isSet(QStringLiteral("replace"));
-    int imported = 0;
     int skipped = 0;
     // What lies inside a folder that could not be made stays out with it.
     QStringList refusedFolders;
-    for (const Item& item : m_items) {
+    // The file being imported, whose bytes the progress line follows.
+    QString current;
+    QString label;
+    Core::ImportBatch::Handler handler;
+    handler.include = [&](const Core::ImportItem& item, const Core::VaultIndex& index) {
         if (std::any_of(refusedFolders.cbegin(), refusedFolders.cend(),
                         [&](const QString& folder) { return Core::liesBelow(item.vaultPath, folder); })) {
-            continue;
+            return false;
         }
-        if (item.folder) {
-            if (vault.directoryExists(item.vaultPath)) {
-                continue;
+        if (item.isFolder) {
+            if (index.directoryExists(item.vaultPath)) {
+                return false;
             }
             // Not a folder, so a file is in the way.
-            if (vault.entryExists(item.vaultPath)) {
+            if (index.fileExists(item.vaultPath)) {
                 console.message(tr("Não foi possível criar a pasta %1.").arg(item.vaultPath));
                 console.message(FailureText::sentence(Core::Failure::Reason::AlreadyExists, item.vaultPath));
                 result = Failed;
                 refusedFolders << item.vaultPath;
-            } else if (!vault.createFolder(item.vaultPath)) {
-                console.message(tr("Não foi possível criar a pasta %1.").arg(item.vaultPath));
-                result = FailureText::report(console, vault.lastFailure(), Failed);
-                refusedFolders << item.vaultPath;
+                return false;
             }
-            continue;
+            return true;
         }
-        if (vault.directoryExists(item.vaultPath)) {
+        if (index.directoryExists(item.vaultPath)) {
             console.message(tr("Já existe uma pasta %1 no cofre; o arquivo %2 não foi importado.")
                                 .arg(item.vaultPath, shown(item.localPath)));
             result = Failed;
-            continue;
+            return false;
         }
-        if (vault.fileExists(item.vaultPath) && !replace) {
+        if (index.fileExists(item.vaultPath) && !replace) {
             console.message(
                 tr("%1 já existe no cofre; use --replace para substituí-lo.").arg(item.vaultPath));
             ++skipped;
-            continue;
+            return false;
         }
-        const QString label = tr("Importando %1").arg(item.vaultPath);
-        const bool done =
-            vault.importFile(item.localPath, item.vaultPath, [&](qint64 bytes, qint64 of, const QString&) {
-                console.progress(label, bytes, of);
-            });
-        console.endProgress();
-        if (!done) {
-            // The engine put the container back as it was; what came in before stays in.
+        current = item.vaultPath;
+        label = tr("Importando %1").arg(item.vaultPath);
+        return true;
+    };
+    handler.progress = [&](const Core::ImportBatch::Progress& progress) {
+        if (progress.vaultPath == current && progress.fileDone > 0) {
+            console.progress(label, progress.fileDone, progress.fileTotal);
+        }
+    };
+    handler.failed = [&](const Core::ImportItem& item, const Core::Failure& failure) {
+        current.clear();
+        if (item.isFolder) {
+            console.message(tr("Não foi possível criar a pasta %1.").arg(item.vaultPath));
+            refusedFolders << item.vaultPath;
+        } else {
             console.message(tr("Não foi possível importar %1.").arg(shown(item.localPath)));
-            return FailureText::report(console, vault.lastFailure(), Failed);
         }
-        ++imported;
+        result = FailureText::report(console, failure, Failed);
+    };
+    const Core::ImportBatch::Outcome outcome = vault.importBatch(m_items, handler);
+    console.endProgress();
+    if (outcome.stopped) {
+        // The container is back to the end of the last whole file; those before it are in.
+        const QString where = outcome.stoppedAt >= 0 && outcome.stoppedAt < m_items.size()
+                                  ? shown(m_items.at(outcome.stoppedAt).localPath)
+                                  : QDir::toNativeSeparators(context.arguments.at(0));
+        console.message(tr("Não foi possível importar %1.").arg(where));
+        result = FailureText::report(console, vault.lastFailure(), Failed);
     }
 
+    const int imported = outcome.imported;
     if (imported > 0) {
         console.message(imported == 1 ? tr("Arquivo importado com sucesso.")
                                       : tr("%1 arquivos importados com sucesso.").arg(imported));

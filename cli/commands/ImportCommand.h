@@ -2,6 +2,7 @@
 
 #include "cli/ExitCode.h"
 #include "cli/VaultCommand.h"
+#include "core/vault/ImportItem.h"
 
 #include <QCoreApplication>
 #include <QList>
@@ -18,21 +19,15 @@ public:
     CommandInfo info() const override;
 
 private:
-    // One thing to bring in: a folder to create or a file to import, with the vault path it gets.
-    struct Item
-    {
-        QString localPath;
-        QString vaultPath;
-        bool folder = false;
-        qint64 size = 0;
-    };
-
     Core::VaultManager::Access vaultAccess() const override { return Core::VaultManager::Access::ReadWrite; }
     int checkArguments(const CommandContext& context, QString& entryPath) override;
     int runOnVault(const CommandContext& context, Core::VaultManager& vault,
                    const QString& entryPath) override;
+    // The index's room and the drive's free space for the whole plan, told when short.
+    bool hasRoom(const CommandContext& context, Core::VaultManager& vault) const;
 
-    QList<Item> m_items;
+    // Each folder to create and file to import, with the vault path it gets, folders first.
+    QList<Core::ImportItem> m_items;
     // Failed when the plan left out an entry whose name the vault cannot take.
     int m_planned = Success;
 };
