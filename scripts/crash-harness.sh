@@ -12,7 +12,8 @@ build="${BUILD_DIR:-$root/build}"
 
 "$root/scripts/install-deps.sh"
 cmake -S "$root" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE="${BUILD_TYPE:-RelWithDebInfo}" >/dev/null
-cmake --build "$build" --target velmarin-cli velmarin-crash-harness velmarin_crashshim \
+cmake --build "$build" --target velmarin-cli velmarin-crash-harness velmarin_crashshim velmarin-batch-import \
     --parallel "$(nproc 2>/dev/null || echo 2)"
 exec "$build/tests/support/velmarin-crash-harness" --cli "$build/cli/velmarin-cli" \
-    --shim "$build/tests/support/libvelmarin_crashshim.so" "$@"
+    --shim "$build/tests/support/libvelmarin_crashshim.so" \
+    --batch-tool "$build/tests/support/velmarin-batch-import" "$@"

@@ -3,22 +3,21 @@
 // a write, killed with every write that no sync covered undone, the same but for the newest such
 // write, and the same after a torn write; and once with the unsynced writes undone right after the
 // command reported success, when only the state after may remain. It checks after each cut that the vault
-// opens (after velmarin-cli recover) with either the state from before the operation or the state after it,
-// that every file exports byte for byte, that velmarin-cli verify passes, and that nothing but the container
-// is left on the drive.
+// opens (after velmarin-cli recover) with either the state from before the operation or the state after it
+// (or, for a batch with checkpoints, the state one of its checkpoints wrote), that every file exports byte
+// for byte, that velmarin-cli verify passes, and that nothing but the container is left on the drive.
 //
-// Usage: velmarin-crash-harness --cli <velmarin-cli> --shim <libvelmarin_crashshim.so> [--quick]
+// Usage: velmarin-crash-harness --cli <velmarin-cli> --shim <libvelmarin_crashshim.so>
+//        [--batch-tool <velmarin-batch-import>] [--quick]
 // Exit status 0 when every cut point survived.
 #include "FuzzContainer.h"
-#include "core/crypto/Sha256.h"
+#include "VaultState.h"
 #include "core/vault/VaultManager.h"
 
-#include <QBuffer>
 #include <QCommandLineParser>
 #include <QCoreApplication>
 #include <QDir>
 #include <QFile>
-#include <QMap>
 #include <QProcess>
 #include <QTemporaryDir>
 #include <QTextStream>
@@ -27,6 +26,7 @@
 
 using namespace Velmarin;
 using Core::VaultManager;
+using Tests::VaultState;
 
 namespace {
 
@@ -36,24 +36,15 @@ const QByteArray NewPassword = QByteArrayLiteral("a senha nova do cofre");
 const QString AtExit = QStringLiteral("após o sucesso");
 constexpr qint64 MiB = 1024 * 1024;
 
-// What a vault holds, as a user would check it: every folder, and every file with its digest.
-struct VaultState
-{
-    QStringList folders;
-    QMap<QString, QByteArray> files;
-    QByteArray password;
-
-    bool operator==(const VaultState& other) const
-    {
-        return folders == other.folders && files == other.files;
-    }
-};
-
 struct Scenario
 {
     QString name;
     QStringList arguments;
     bool noRoom = false;
+    // Another program than velmarin-cli, given the container first.
+    QString program = {};
+    // A batch with checkpoints: the vault paths it imports, in order, whose prefixes may remain.
+    QStringList batch = {};
 };
 
 struct Outcome
@@ -83,9 +74,10 @@ bool writeFile(const QString& path, const QByteArray& bytes)
 class CrashHarness
 {
 public:
-    CrashHarness(const QString& cli, const QString& shim, bool quick)
+    CrashHarness(const QString& cli, const QString& shim, const QString& batchTool, bool quick)
         : m_cli(cli)
         , m_shim(shim)
+        , m_batchTool(batchTool)
         , m_quick(quick)
     {}
 
@@ -106,10 +98,12 @@ private:
     bool stateOf(VaultState& state) const;
     Outcome runScenario(const Scenario& scenario);
     // Everything a user relies on after a cut; a reason when it does not hold.
-    QString checkAfterCut(const VaultState& before, const VaultState& after) const;
+    QString checkAfterCut(const VaultState& before, const VaultState& after, const Scenario& scenario) const;
+    QList<Scenario> scenarios() const;
 
     QString m_cli;
     QString m_shim;
+    QString m_batchTool;
     bool m_quick;
     QTemporaryDir m_work;
     QTextStream m_out{stdout};
@@ -136,9 +130,15 @@ bool CrashHarness::prepareBase()
             return false;
         }
     }
+    // What the batches bring in: a replacement for a.txt, a new file, a folder with a file and an
+    // empty folder.
     return vault.createFolder(QStringLiteral("Vazia")) && vault.deleteFile(QStringLiteral("morto.bin")) &&
            vault.lock() &&
-           writeFile(path(QStringLiteral("novo.bin")), pattern(m_quick ? 100 * 1024 : 20 * MiB, 99));
+           writeFile(path(QStringLiteral("novo.bin")), pattern(m_quick ? 100 * 1024 : 20 * MiB, 99)) &&
+           writeFile(path(QStringLiteral("lote/a.txt")), pattern(60, 100)) &&
+           writeFile(path(QStringLiteral("lote/lote-1.bin")), pattern(m_quick ? 50 * 1024 : 17 * MiB, 101)) &&
+           writeFile(path(QStringLiteral("Lote/foto.jpg")), pattern(30 * 1024, 102)) &&
+           QDir().mkpath(path(QStringLiteral("Lote/Vazia")));
 }
 
 bool CrashHarness::resetDrive() const
@@ -183,8 +183,8 @@ bool CrashHarness::runCut(const Scenario& scenario, const QString& mode, long at
     process.setStandardOutputFile(QProcess::nullDevice());
     process.setStandardInputFile(QProcess::nullDevice());
     QStringList arguments = scenario.arguments;
-    arguments.insert(1, container());
-    process.start(m_cli, arguments);
+    arguments.insert(scenario.program.isEmpty() ? 1 : 0, container());
+    process.start(scenario.program.isEmpty() ? m_cli : scenario.program, arguments);
     process.waitForFinished(-1);
     *exitCode = process.exitCode();
     return process.exitStatus() == QProcess::CrashExit;
@@ -204,31 +204,11 @@ bool CrashHarness::runCli(const QStringList& arguments, const QByteArray& passwo
 
 bool CrashHarness::stateOf(VaultState& state) const
 {
-    for (const QByteArray& password : {OldPassword, NewPassword}) {
-        VaultManager vault;
-        if (!vault.unlock(container(), password, VaultManager::Access::ReadOnly)) {
-            continue;
-        }
-        state = VaultState();
-        state.password = password;
-        for (const Core::DirectoryEntry& folder : vault.index().directories()) {
-            state.folders << folder.path;
-        }
-        state.folders.sort();
-        for (const Core::FileEntry& file : vault.index().files()) {
-            QByteArray bytes;
-            QBuffer buffer(&bytes);
-            if (!buffer.open(QIODevice::WriteOnly) || !vault.exportFile(file.vaultPath, &buffer)) {
-                return false;
-            }
-            state.files.insert(file.vaultPath, Core::Sha256::hash(bytes).toHex());
-        }
-        return vault.lock();
-    }
-    return false;
+    return VaultState::read(container(), {OldPassword, NewPassword}, state);
 }
 
-QString CrashHarness::checkAfterCut(const VaultState& before, const VaultState& after) const
+QString CrashHarness::checkAfterCut(const VaultState& before, const VaultState& after,
+                                    const Scenario& scenario) const
 {
     if (!runCli({QStringLiteral("recover"), container()}, {})) {
         return QStringLiteral("recover falhou");
@@ -243,7 +223,9 @@ QString CrashHarness::checkAfterCut(const VaultState& before, const VaultState& 
     }
     const bool isOld = state == before && state.password == before.password;
     const bool isNew = state == after && state.password == after.password;
-    if (!isOld && !isNew) {
+    const bool isCheckpoint =
+        !scenario.batch.isEmpty() && state.isCheckpointBetween(before, after, scenario.batch);
+    if (!isOld && !isNew && !isCheckpoint) {
         return QStringLiteral("nem o estado de antes nem o de depois");
     }
     if (!runCli({QStringLiteral("verify"), container()}, state.password)) {
@@ -286,7 +268,7 @@ Outcome CrashHarness::runScenario(const Scenario& scenario)
             } else if (!runCut(scenario, mode, at, &exitCode)) {
                 failure = QStringLiteral("o corte não aconteceu (saída %1)").arg(exitCode);
             } else {
-                failure = checkAfterCut(before, after);
+                failure = checkAfterCut(before, after, scenario);
             }
             if (failure.isEmpty()) {
                 ++outcome.survived;
@@ -301,7 +283,7 @@ Outcome CrashHarness::runScenario(const Scenario& scenario)
     ++outcome.tried;
     const QString failure = !resetDrive() || runCut(scenario, AtExit, 0, &exitCode) || exitCode != 0
                                 ? QStringLiteral("a operação falhou")
-                                : checkAfterCut(after, after);
+                                : checkAfterCut(after, after, scenario);
     if (failure.isEmpty()) {
         ++outcome.survived;
     } else {
@@ -318,14 +300,14 @@ Outcome CrashHarness::runScenario(const Scenario& scenario)
     return outcome;
 }
 
-int CrashHarness::run()
+QList<Scenario> CrashHarness::scenarios() const
 {
-    if (!m_work.isValid() || !prepareBase()) {
-        m_out << "não foi possível preparar o cofre de teste\n";
-        return 2;
-    }
-    const QList<Scenario> scenarios = {
+    QList<Scenario> scenarios = {
         {QStringLiteral("import"), {QStringLiteral("import"), path(QStringLiteral("novo.bin"))}},
+        // Several files and a folder tree: one batch, its index written once at the end.
+        {QStringLiteral("import de vários"),
+         {QStringLiteral("import"), path(QStringLiteral("lote/a.txt")), path(QStringLiteral("Lote")),
+          QStringLiteral("--replace")}},
         {QStringLiteral("rename"),
          {QStringLiteral("rename"), QStringLiteral("a.txt"), QStringLiteral("c.txt")}},
         {QStringLiteral("rm"), {QStringLiteral("rm"), QStringLiteral("Pasta/b.bin")}},
@@ -334,8 +316,25 @@ int CrashHarness::run()
         {QStringLiteral("compact"), {QStringLiteral("compact")}},
         {QStringLiteral("compact sem espaço"), {QStringLiteral("compact")}, true},
     };
+    if (!m_batchTool.isEmpty()) {
+        // A checkpoint after every file, replacing one: each cut leaves a checkpoint's state.
+        scenarios.append({QStringLiteral("lote com pontos de controle"),
+                          {path(QStringLiteral("lote/a.txt")), path(QStringLiteral("lote/lote-1.bin"))},
+                          false,
+                          m_batchTool,
+                          {QStringLiteral("a.txt"), QStringLiteral("lote-1.bin")}});
+    }
+    return scenarios;
+}
+
+int CrashHarness::run()
+{
+    if (!m_work.isValid() || !prepareBase()) {
+        m_out << "não foi possível preparar o cofre de teste\n";
+        return 2;
+    }
     Outcome all;
-    for (const Scenario& scenario : scenarios) {
+    for (const Scenario& scenario : scenarios()) {
         const Outcome outcome = runScenario(scenario);
         all.tried += outcome.tried;
         all.survived += outcome.survived;
@@ -356,13 +355,15 @@ int main(int argc, char** argv)
                                  QStringLiteral("caminho"));
     const QCommandLineOption shim(QStringLiteral("shim"), QStringLiteral("libvelmarin_crashshim.so"),
                                   QStringLiteral("caminho"));
+    const QCommandLineOption batchTool(QStringLiteral("batch-tool"), QStringLiteral("velmarin-batch-import"),
+                                       QStringLiteral("caminho"));
     const QCommandLineOption quick(QStringLiteral("quick"), QStringLiteral("Arquivos pequenos (um bloco)."));
-    parser.addOptions({cli, shim, quick});
+    parser.addOptions({cli, shim, batchTool, quick});
     parser.addHelpOption();
     parser.process(application);
     if (!parser.isSet(cli) || !parser.isSet(shim)) {
         parser.showHelp(2);
     }
-    CrashHarness harness(parser.value(cli), parser.value(shim), parser.isSet(quick));
+    CrashHarness harness(parser.value(cli), parser.value(shim), parser.value(batchTool), parser.isSet(quick));
     return harness.run();
 }
