@@ -199,7 +199,7 @@ bool ContainerFile::rewriteHeader(const QString& path, const ContainerHeader& he
     }
     // The new header is on the device; a journal that cannot be removed now is stale, and the next
     // unlock removes it.
-    ContainerJournal::remove(path);
+    ContainerJournal::removeFinished(path);
     return true;
 }
 

@@ -4,6 +4,7 @@
 #include "core/crypto/Sha256.h"
 
 #include <QFile>
+#include <QFileInfo>
 #include <QJsonDocument>
 #include <QJsonObject>
 
@@ -145,6 +146,12 @@ bool ContainerJournal::read(const QString& containerPath, ContainerJournal& out)
 bool ContainerJournal::remove(const QString& containerPath)
 {
     return FileSync::removeFile(pathFor(containerPath));
+}
+
+bool ContainerJournal::removeFinished(const QString& containerPath)
+{
+    const QString path = pathFor(containerPath);
+    return QFile::remove(path) || !QFileInfo::exists(path);
 }
 
 bool ContainerJournal::isOldState(const QByteArray& header, qint64 size) const

@@ -39,6 +39,10 @@ public:
     static bool read(const QString& containerPath, ContainerJournal& out);
     // Removes the journal and waits until its removal is on the device.
     static bool remove(const QString& containerPath);
+    // For a header journal once its new header is on the device: the removal is not waited for.
+    // Should a cut bring the journal back, it names the header in place as its new state, and the
+    // next unlock or recover removes it; a batch's checkpoint saves a sync this way.
+    static bool removeFinished(const QString& containerPath);
 
     Kind kind() const { return m_kind; }
     const QByteArray& oldHeader() const { return m_oldHeader; }

@@ -66,6 +66,7 @@ private Q_SLOTS:
     void aTornHeaderIsRestoredAtUnlock();
     void aCutInTheZerosKeepsTheNewHeaderAndClearsTheRest();
     void aStaleJournalBesideTheOldHeaderIsRemoved();
+    void aJournalBackBesideItsNewHeaderIsRemoved();
     void aTornJournalIsNeverBelieved();
     void aTornJournalBesideATornHeaderIsLeftAlone();
     void readOnlySessionsWriteNothing();
@@ -272,6 +273,32 @@ void TestHeaderJournal::aStaleJournalBesideTheOldHeaderIsRemoved()
     QCOMPARE(again.lastRecovery(), VaultManager::Recovery::Nothing);
     QCOMPARE(TestFiles::read(m_fixture.container()), before);
     QVERIFY(!QFile::exists(journal()));
+    QVERIFY(again.lock());
+}
+
+void TestHeaderJournal::aJournalBackBesideItsNewHeaderIsRemoved()
+{
+    // A finished change does not wait for its journal's removal: a cut may bring the journal back,
+    // beside the header it names as new, after a batch appended more blocks past that header's.
+    QVERIFY(FailureInjection::isAvailable());
+    const QString source = m_fixture.path(QStringLiteral("fonte.bin"));
+    QVERIFY(TestFiles::writePattern(source, 5000, 4));
+    const QList<ImportItem> items = {{source, QStringLiteral("um.bin"), 5000, false},
+                                     {source, QStringLiteral("dois.bin"), 5000, false}};
+    {
+        const FailureInjection injection(QStringLiteral(".journal"), "unlink");
+        QVERIFY(m_fixture.vault().importBatch(items, {}, ImportBatch::Checkpoints{0, 1}).succeeded());
+    }
+    QVERIFY(QFile::exists(journal()));
+    QVERIFY(m_fixture.vault().lock());
+    QFile container(m_fixture.container());
+    QVERIFY(container.open(QIODevice::Append) && container.write(QByteArray(70000, 'x')) == 70000);
+    container.close();
+
+    VaultManager again;
+    QVERIFY(again.unlock(m_fixture.container(), TestFiles::password()));
+    QVERIFY(!QFile::exists(journal()));
+    QVERIFY(again.fileExists(QStringLiteral("um.bin")) && again.fileExists(QStringLiteral("dois.bin")));
     QVERIFY(again.lock());
 }
 
