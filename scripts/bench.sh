@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Builds velmarin-bench and velmarin-cli and prints two tables for one directory (default /tmp): the
-# in-process one of velmarin-bench, then the whole-process one of bench/whole-process.sh.
+# Builds velmarin-bench and velmarin-cli and prints three tables for one directory (default /tmp): the
+# in-process one of velmarin-bench, then the whole-process ones of bench/whole-process.sh (one large
+# file) and bench/bulk-import.sh (10,000 small files).
 # Usage: scripts/bench.sh [directory] [--size-mib N] [--files 10,1000,10000] [--table-files N]
 # The directory needs room for about five times the large file (5 GiB by default).
 set -euo pipefail
@@ -24,4 +25,6 @@ while [[ $# -gt 0 ]]; do
 done
 "$build/bench/velmarin-bench" "${arguments[@]}"
 echo
-BUILD_DIR="$build" exec "$root/bench/whole-process.sh" --size-mib "$size_mib" "$directory"
+BUILD_DIR="$build" "$root/bench/whole-process.sh" --size-mib "$size_mib" "$directory"
+echo
+BUILD_DIR="$build" exec "$root/bench/bulk-import.sh" "$directory"

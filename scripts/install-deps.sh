@@ -23,9 +23,10 @@ packages=(
     libclang-rt-dev
     llvm
 )
-# The whole-process bench (bench/whole-process.sh) compares with these; tests never need them.
+# The whole-process benches (bench/whole-process.sh, bench/bulk-import.sh) compare with these and
+# count the bulk import's writes with strace; tests never need them.
 if [[ "${1:-}" == "--bench" ]]; then
-    packages+=(age restic 7zip time)
+    packages+=(age restic 7zip time strace)
 fi
 
 missing=()
