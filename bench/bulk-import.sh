@@ -3,8 +3,10 @@
 # files of 1 byte to 64 KiB (seeded sizes, 100 folders) and of 1,000 such files, each minus the
 # unlock (velmarin-cli ls) of the same run, beside restic backup (repository on the same file
 # system, password from a file) and 7zz a -p -mhe=on -mx=0; then restic restore and 7zz x of the
-# same tree. Bytes written to the drive and syncs come from one strace run of each, and with them
-# what the same bytes and syncs would cost on a USB 2 stick (15 MB/s, 20 ms a sync).
+# same tree. Bytes written to the drive and syncs come from one more run of each under strace, which
+# stops only at writes and syncs (--seccomp-bpf) but still slows the run, so velmarin-cli may write
+# its index more often there than in the timed runs; with them comes what the same bytes and syncs
+# would cost on a USB 2 stick (15 MB/s, 20 ms a sync).
 # Usage: bench/bulk-import.sh [--files N] [--runs N] [directory]
 # Needs velmarin-cli in BUILD_DIR (default build/; scripts/bench.sh builds it) and restic, 7zz,
 # strace and perl (scripts/install-deps.sh --bench installs them). Every time is the best of the runs.
@@ -100,7 +102,7 @@ declare -A written syncs
 # traced NAME COMMAND...: bytes the command wrote under drive/ and the syncs it asked for.
 traced() {
     local name="$1"; shift
-    strace -f -y -qq -o trace.txt -e trace=write,pwrite64,writev,pwritev,pwritev2,copy_file_range,sendfile,splice,fsync,fdatasync,syncfs,sync,sync_file_range,msync \
+    strace -f --seccomp-bpf -y -qq -o trace.txt -e trace=write,pwrite64,writev,pwritev,pwritev2,copy_file_range,sendfile,splice,fsync,fdatasync,syncfs,sync,sync_file_range,msync \
         "$@" >/dev/null 2>err.txt || { echo "bulk-import: $name failed under strace" >&2; cat err.txt >&2; exit 1; }
     written[$name]=$(awk -v d="$work/drive" 'index($0, "<" d) && /(write|copy_file_range|sendfile|splice)/ && / = [0-9]+$/ { s += $NF } END { printf "%d", s }' trace.txt)
     syncs[$name]=$(grep -cE ' (fsync|fdatasync|syncfs|sync|sync_file_range|msync)\(' trace.txt || true)
@@ -129,7 +131,7 @@ allowed=$((sealed + 8 * header_json))
 fs="$(df --output=fstype "$work" | tail -n 1)"
 echo "bench/bulk-import.sh --files $files --runs $runs $directory"
 echo "$(date -Iseconds), $(awk -F': ' '/model name/ { print $2; exit }' /proc/cpuinfo), $(nproc) cores, $directory on $fs"
-echo "$files files, $(mb "$data") in 100 folders; final header JSON $(mb "$header_json"); $checkpoints index writes"
+echo "$files files, $(mb "$data") in 100 folders; final header JSON $(mb "$header_json"); $checkpoints index writes under strace"
 echo
 echo "| Command | Time | Minus unlock | Written to the drive | Syncs | Same on USB 2 | Comparison |"
 echo "|---|---:|---:|---:|---:|---:|---|"

@@ -4,6 +4,7 @@
 #include "IndexChangeBench.h"
 #include "StreamBench.h"
 #include "TableFillBench.h"
+#include "WindowImportBench.h"
 
 #include <QApplication>
 #include <QCommandLineParser>
@@ -74,6 +75,9 @@ int main(int argc, char* argv[])
     const QCommandLineOption tableOption(QStringLiteral("table-files"),
                                          QStringLiteral("Files in the folder the window shows."),
                                          QStringLiteral("count"), QStringLiteral("10000"));
+    const QCommandLineOption windowOption(QStringLiteral("window-files"),
+                                          QStringLiteral("Files the window imports at once."),
+                                          QStringLiteral("count"), QStringLiteral("10000"));
     const QCommandLineOption fallbackOption(
         QStringLiteral("fallback-vault"),
         QStringLiteral("Only write an empty vault whose key comes from the key-derivation fallback "
@@ -83,7 +87,7 @@ int main(int argc, char* argv[])
                                           QStringLiteral("Only print the best time of N Argon2id "
                                                          "derivations as an unlock runs them, in seconds."),
                                           QStringLiteral("N"));
-    parser.addOptions({sizeOption, filesOption, tableOption, fallbackOption, argon2Option});
+    parser.addOptions({sizeOption, filesOption, tableOption, windowOption, fallbackOption, argon2Option});
     parser.process(app);
 
     // The helper modes of bench/whole-process.sh.
@@ -103,11 +107,13 @@ int main(int argc, char* argv[])
     bool sizeOk = false;
     bool countsOk = false;
     bool tableOk = false;
+    bool windowOk = false;
     const qint64 sizeMiB = parser.value(sizeOption).toLongLong(&sizeOk);
     const QList<int> counts = parseCounts(parser.value(filesOption), countsOk);
     const int tableFiles = parser.value(tableOption).toInt(&tableOk);
+    const int windowFiles = parser.value(windowOption).toInt(&windowOk);
     const QString directory = parser.positionalArguments().value(0, QStringLiteral("/tmp"));
-    if (!sizeOk || sizeMiB < 1 || !countsOk || !tableOk || tableFiles < 1) {
+    if (!sizeOk || sizeMiB < 1 || !countsOk || !tableOk || tableFiles < 1 || !windowOk || windowFiles < 1) {
         err << "velmarin-bench: sizes and counts must be positive whole numbers (counts at least 5)\n";
         return 2;
     }
@@ -139,6 +145,9 @@ int main(int argc, char* argv[])
     failure += changes.failure();
     ok = ok && fill.run(tableFiles, table);
     failure += fill.failure();
+    WindowImportBench windowImport(work.path(), password);
+    ok = ok && windowImport.run(windowFiles, table);
+    failure += windowImport.failure();
     table.print(out);
     if (!ok) {
         err << "velmarin-bench: " << failure << "\n";
