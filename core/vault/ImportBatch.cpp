@@ -157,7 +157,9 @@ ImportBatch::Step ImportBatch::addFile(const ImportItem& item, const Handler& ha
     // Importing over a file in any letter case replaces it; its blocks become dead space.
     for (const FileEntry* old = m_working.findFile(target); old != nullptr;
          old = m_working.findFile(target)) {
-        m_working.removeFile(QString(old->vaultPath));
+        if (!m_working.removeFile(QString(old->vaultPath))) {
+            break;
+        }
     }
     m_working.ensureParentDirectories(target);
     m_working.upsertFile(entry);
