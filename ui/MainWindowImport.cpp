@@ -41,17 +41,18 @@ void MainWindow::importFiles()
     const auto progress = ProgressDialogs::open(
         this, tr("Importar arquivos"), tr("Importando arquivos para o cofre...\n\n%1").arg(speedNote));
     const Core::ProgressCallback adapter = ProgressDialogs::importAdapter(progress.get(), speedNote);
+    // Not started until the first file is named, so that one is always shown.
     QElapsedTimer sinceRedraw;
-    sinceRedraw.start();
 
     Core::ImportBatch::Handler handler;
     handler.include = [&](const Core::ImportItem& item, const Core::VaultIndex& index) {
-        if (sinceRedraw.elapsed() >= RedrawIntervalMs || index.fileExists(item.vaultPath)) {
+        if (!sinceRedraw.isValid() || sinceRedraw.elapsed() >= RedrawIntervalMs ||
+            index.fileExists(item.vaultPath)) {
             progress->setValue(0);
             progress->setLabelText(
                 tr("Importando %1...\n\n%2").arg(Core::vaultFileName(item.vaultPath), speedNote));
             QCoreApplication::processEvents();
-            sinceRedraw.restart();
+            sinceRedraw.start();
         }
         return !index.fileExists(item.vaultPath) ||
                MessageBoxes::askYesNo(
@@ -59,7 +60,7 @@ void MainWindow::importFiles()
                    tr("%1 já existe no cofre. Deseja substituir o arquivo protegido?").arg(item.vaultPath));
     };
     handler.progress = [&](const Core::ImportBatch::Progress& step) {
-        if (sinceRedraw.elapsed() >= RedrawIntervalMs) {
+        if (sinceRedraw.isValid() && sinceRedraw.elapsed() >= RedrawIntervalMs) {
             adapter(step.fileDone, step.fileTotal, step.vaultPath);
             sinceRedraw.restart();
         }

@@ -59,9 +59,12 @@ char* PayloadStore::plainSpace(qint64 size) const
 }
 
 bool PayloadStore::appendBlocks(QIODevice& source, QIODevice& container, qint64 expectedTotal,
-                                const QString& label, const ProgressCallback& progress,
-                                FileEntry& entry) const
+                                const QString& label, const ProgressCallback& progress, FileEntry& entry,
+                                bool* sourceFailed) const
 {
+    if (sourceFailed != nullptr) {
+        *sourceFailed = false;
+    }
     Sha256 hash;
     qint64 done = 0;
     entry.blocks.clear();
@@ -72,6 +75,9 @@ bool PayloadStore::appendBlocks(QIODevice& source, QIODevice& container, qint64 
     while (!source.atEnd()) {
         char* plain = plainSpace(room);
         const qint64 read = source.read(plain, room);
+        if (read <= 0 && sourceFailed != nullptr) {
+            *sourceFailed = true;
+        }
         if (read <= 0 || key() == nullptr) {
             return false;
         }

@@ -33,8 +33,10 @@ public:
 
     // Reads source to its end and appends one encrypted block per piece at the container's current
     // position, filling entry's blocks, sizeBytes and sha256. Reports (done, expectedTotal, label).
+    // sourceFailed tells a source that gave no bytes before its end (it failed, or shrank while read)
+    // from a container that refused them.
     bool appendBlocks(QIODevice& source, QIODevice& container, qint64 expectedTotal, const QString& label,
-                      const ProgressCallback& progress, FileEntry& entry) const;
+                      const ProgressCallback& progress, FileEntry& entry, bool* sourceFailed = nullptr) const;
 
     // Decrypts entry's blocks in order into destination; stops at the first block that does not
     // authenticate, after the earlier ones were written.

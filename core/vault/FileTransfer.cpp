@@ -78,12 +78,16 @@ bool FileTransfer::importFile(QFile& source, qint64 size, const QDateTime& modif
     const qint64 rollbackSize = container.size();
     const PayloadStore store = m_session.payloadStore();
     // The blocks are on the device before the header that refers to them is written.
-    const bool written = container.seek(rollbackSize) &&
-                         store.appendBlocks(source, container, entry.sizeBytes, target, progress, entry);
+    bool sourceFailed = false;
+    const bool written =
+        container.seek(rollbackSize) &&
+        store.appendBlocks(source, container, entry.sizeBytes, target, progress, entry, &sourceFailed);
     const bool appended = written && FileSync::flushToDevice(container);
     // Told apart before the container is cut back, while the drive is still as full as it got.
     if (!written && source.error() != QFileDevice::NoError) {
         m_session.fail(Failure::Reason::SourceUnreadable, source.fileName(), source.errorString());
+    } else if (!written && sourceFailed) {
+        m_session.fail(Failure::Reason::SourceChanged, source.fileName());
     } else if (!written) {
         m_session.failWrite(containerPath, &container);
     } else if (!appended) {

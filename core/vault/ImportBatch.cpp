@@ -176,10 +176,15 @@ ImportBatch::Step ImportBatch::append(QFile& source, const ImportItem& item, Fil
         m_progress.fileDone = done;
         report(handler);
     };
-    const bool written = m_container.seek(m_end) && m_store.appendBlocks(source, m_container, item.size,
-                                                                         entry.vaultPath, blockDone, entry);
+    bool sourceFailed = false;
+    const bool written =
+        m_container.seek(m_end) && m_store.appendBlocks(source, m_container, item.size, entry.vaultPath,
+                                                        blockDone, entry, &sourceFailed);
     if (!written && source.error() != QFileDevice::NoError) {
         m_session.fail(Failure::Reason::SourceUnreadable, source.fileName(), source.errorString());
+    } else if (!written && sourceFailed) {
+        // It ended before the end it had when opened: cut short while it was read.
+        m_session.fail(Failure::Reason::SourceChanged, source.fileName());
     } else if (!written) {
         // Told apart before the cut-back, while the drive is still as full as it got.
         m_session.failWrite(m_container.fileName(), &m_container);
@@ -204,8 +209,11 @@ bool ImportBatch::openSource(const ImportItem& item, const Handler& handler, QFi
                              QDateTime* modified)
 {
     if (handler.open) {
-        return handler.open(item, source, modified) ||
-               m_session.failUnlessKnown(Failure::Reason::SourceUnreadable, item.localPath);
+        if (handler.open(item, source, modified)) {
+            return true;
+        }
+        return m_session.failure().reason != Failure::Reason::None ||
+               m_session.fail(Failure::Reason::SourceUnreadable, item.localPath, source.errorString());
     }
     const QFileInfo info(item.localPath);
     if (!info.isFile()) {

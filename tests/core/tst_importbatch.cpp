@@ -34,6 +34,7 @@ private Q_SLOTS:
     void replacesAnExistingFileInAnyLetterCase();
     void aSourceThatVanishesCostsOnlyThatFile();
     void aSourceThatChangesWhileReadIsCutBack();
+    void aSourceThatShrinksWhileReadIsCutBackAndTheRestGoOn();
     void aFileThatOutgrowsItsBoundIsCutBack();
     void aFullDriveInTheMiddleOfAFileStopsAfterTheWholeOnes();
     void checkpointsRecordWholeFilesAsTheyGo();
@@ -188,6 +189,32 @@ void TestImportBatch::aSourceThatChangesWhileReadIsCutBack()
     QCOMPARE(failures.constFirst().path, items.at(1).localPath);
     QVERIFY(!vault().fileExists(items.at(1).vaultPath));
     QCOMPARE(QFileInfo(m_fixture.container()).size(), before + 2 * (17 * 1024 * KiB + 2 * 16));
+    QCOMPARE(m_fixture.exported(items.at(2).vaultPath), TestFiles::read(items.at(2).localPath));
+}
+
+void TestImportBatch::aSourceThatShrinksWhileReadIsCutBackAndTheRestGoOn()
+{
+    // Another program cuts the second file short after its first block was stored: the file ends
+    // before the end it had when opened, which is no fault of the drive.
+    const QList<ImportItem> items = makeFiles(QStringLiteral("r"), 3, 40 * 1024 * KiB);
+    const qint64 before = QFileInfo(m_fixture.container()).size();
+    QList<Failure> failures;
+    bool shrunk = false;
+    ImportBatch::Handler handler;
+    handler.progress = [&](const ImportBatch::Progress& progress) {
+        if (!shrunk && progress.vaultPath == items.at(1).vaultPath && progress.fileDone > 0) {
+            shrunk = QFile::resize(items.at(1).localPath, 1024 * KiB);
+        }
+    };
+    handler.failed = [&](const ImportItem&, const Failure& failure) { failures << failure; };
+    const ImportBatch::Outcome outcome = vault().importBatch(items, handler);
+    QVERIFY(shrunk);
+    QVERIFY(!outcome.stopped);
+    QCOMPARE(outcome.imported, 2);
+    QCOMPARE(failures.size(), 1);
+    QCOMPARE(failures.constFirst().reason, Reason::SourceChanged);
+    QCOMPARE(failures.constFirst().path, items.at(1).localPath);
+    QCOMPARE(QFileInfo(m_fixture.container()).size(), before + 2 * (40 * 1024 * KiB + 3 * 16));
     QCOMPARE(m_fixture.exported(items.at(2).vaultPath), TestFiles::read(items.at(2).localPath));
 }
 

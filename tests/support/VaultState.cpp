@@ -52,6 +52,12 @@ bool VaultState::isCheckpointBetween(const VaultState& before, const VaultState&
                 return false;
             }
         }
+        // A batch only adds folders: every one from before is still there.
+        for (const QString& folder : before.folders) {
+            if (!folders.contains(folder)) {
+                return false;
+            }
+        }
         return true;
     }
     return false;
