@@ -54,6 +54,8 @@ declare -A seconds rss
 measure() {
     local name="$1"; shift
     local start end
+    # Each command starts with nothing left to write back from the one before.
+    sync
     start=$(date +%s%N)
     if ! /usr/bin/time -f %M -o rss.txt "$@" >/dev/null 2>err.txt; then
         echo "whole-process: $name failed: $*" >&2; cat err.txt >&2; exit 1
