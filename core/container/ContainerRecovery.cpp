@@ -48,13 +48,16 @@ QString ContainerRecovery::replacementPathFor(const QString& containerPath)
     return containerPath + QStringLiteral(".new");
 }
 
-ContainerRecovery::Outcome ContainerRecovery::recover(const QString& containerPath) const
+void ContainerRecovery::removeUnfinishedReplacement(const QString& containerPath)
 {
-    // A replacement never renamed is an unfinished copy: the container beside it was never touched.
     const QString replacement = replacementPathFor(containerPath);
     if (QFileInfo::exists(replacement)) {
         FileSync::removeFile(replacement);
     }
+}
+
+ContainerRecovery::Outcome ContainerRecovery::recover(const QString& containerPath) const
+{
     if (!hasJournal(containerPath)) {
         return Outcome::Nothing;
     }

@@ -33,6 +33,10 @@ public:
     static bool hasJournal(const QString& containerPath);
     // Where compaction puts the new container beside the old one before it takes the old one's name.
     static QString replacementPathFor(const QString& containerPath);
+    // A replacement never renamed is an unfinished copy: the container beside it was never touched.
+    // Removed only once the vault is known to be the user's (its password opened it, or the user
+    // asked for a recovery), since a file of that name may be the user's own.
+    static void removeUnfinishedReplacement(const QString& containerPath);
 
     Outcome recover(const QString& containerPath) const;
 

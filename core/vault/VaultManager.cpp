@@ -107,6 +107,9 @@ bool VaultManager::unlock(const QString& containerPath, const QByteArray& passwo
         // The master key opened, so the password was right: the index itself was altered.
         return refuse(Failure::Reason::Damaged);
     }
+    if (access == Access::ReadWrite) {
+        ContainerRecovery::removeUnfinishedReplacement(containerPath);
+    }
     m_session.open(containerPath, std::move(masterKey), std::move(index), access);
     if (access == Access::ReadOnly || !m_workspace.isEnabled()) {
         return true;
@@ -132,6 +135,8 @@ VaultManager::Recovery VaultManager::recover(const QString& containerPath)
     const Recovery outcome = m_session.recoverContainer(containerPath);
     if (outcome == Recovery::Failed) {
         m_session.fail(Failure::Reason::InterruptedChange, containerPath);
+    } else {
+        ContainerRecovery::removeUnfinishedReplacement(containerPath);
     }
     return outcome;
 }

@@ -163,8 +163,7 @@ bool VaultSession::failWrite(const QString& path, const QFileDevice* device)
 ContainerRecovery::Outcome VaultSession::recoverContainer(const QString& containerPath)
 {
     using Outcome = ContainerRecovery::Outcome;
-    if (!ContainerRecovery::hasJournal(containerPath) &&
-        !QFileInfo::exists(ContainerRecovery::replacementPathFor(containerPath))) {
+    if (!ContainerRecovery::hasJournal(containerPath)) {
         return Outcome::Nothing;
     }
     // The journal's own lock: while a compaction copies onto a drive that has no whole container,

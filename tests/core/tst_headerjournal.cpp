@@ -77,6 +77,7 @@ private Q_SLOTS:
     void aCompactionJournalBesideTheOldContainerIsStale();
     void aJournalNamingAForeignFileIsRefused();
     void anUnfinishedReplacementIsRemoved();
+    void aWrongPasswordLeavesAFileNamedLikeAReplacementAlone();
 
 private:
     // A vault with two files, a journal for renaming one of them, and the header bytes before and
@@ -495,6 +496,22 @@ void TestHeaderJournal::anUnfinishedReplacementIsRemoved()
     QCOMPARE(onDrive(), QStringList({QStringLiteral("velmarin.vltx")}));
     QCOMPARE(TestFiles::read(container), bytes);
     QVERIFY(vault.lock());
+}
+
+void TestHeaderJournal::aWrongPasswordLeavesAFileNamedLikeAReplacementAlone()
+{
+    // Until a password opens the vault, a file beside it is nobody's business but its owner's.
+    const QString container = m_fixture.container();
+    QVERIFY(m_fixture.vault().lock());
+    const QString replacement = ContainerRecovery::replacementPathFor(container);
+    QVERIFY(TestFiles::write(replacement, "um arquivo meu"));
+    VaultManager vault;
+    QVERIFY(!vault.unlock(container, QByteArrayLiteral("uma senha errada qualquer")));
+    QCOMPARE(vault.lastFailure().reason, Failure::Reason::WrongPassword);
+    QCOMPARE(TestFiles::read(replacement), QByteArray("um arquivo meu"));
+    QVERIFY(vault.unlock(container, TestFiles::password(), VaultManager::Access::ReadOnly));
+    QVERIFY(vault.lock());
+    QCOMPARE(TestFiles::read(replacement), QByteArray("um arquivo meu"));
 }
 
 QTEST_GUILESS_MAIN(TestHeaderJournal)
