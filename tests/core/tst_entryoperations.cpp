@@ -169,6 +169,10 @@ void TestEntryOperations::renameFileRules()
     QVERIFY(!m_fixture.vault().renameFile(QStringLiteral("a.txt"), QStringLiteral("C.TXT")));
     QVERIFY(!m_fixture.vault().renameFile(QStringLiteral("ausente.txt"), QStringLiteral("z.txt")));
     QVERIFY(!m_fixture.vault().renameFile(QStringLiteral("a.txt"), QStringLiteral("..")));
+    // Under a file, in any letter case, as every other operation refuses it.
+    QVERIFY(!m_fixture.vault().renameFile(QStringLiteral("a.txt"), QStringLiteral("C.txt/a.txt")));
+    QCOMPARE(m_fixture.vault().lastFailure().reason, Failure::Reason::NameNotAllowed);
+    QVERIFY(m_fixture.vault().fileExists(QStringLiteral("a.txt")));
 
     QVERIFY(m_fixture.vault().renameFile(QStringLiteral("A.TXT"), QStringLiteral("renomeado.txt")));
     QCOMPARE(VaultFixture::filePaths(m_fixture.vault().index()),
