@@ -1,93 +1,16 @@
 // USB detection on Linux, run against fake /proc, /sys and /dev trees built per test.
+#include "FakeMachine.h"
 #include "platform/linux/LinuxDeviceManager.h"
 
-#include <QDir>
-#include <QFile>
-#include <QTemporaryDir>
 #include <QTest>
 
 using Velmarin::Platform::UsbDevice;
+using Velmarin::Platform::Linux::FakeMachine;
 using Velmarin::Platform::Linux::LinuxDeviceManager;
-
-namespace {
-
-const char* const UsbHost =
-    "sys/devices/pci0000:00/0000:00:14.0/usb2/2-1/2-1:1.0/host6/target6:0:0/6:0:0:0/block";
-const char* const SataHost = "sys/devices/pci0000:00/0000:00:17.0/ata1/host0/target0:0:0/0:0:0:0/block";
-const char* const NvmeHost = "sys/devices/pci0000:00/0000:00:1d.0/0000:3d:00.0/nvme/nvme0";
-
-// A fake machine: block devices, their udev links and the mount table.
-class FakeMachine
-{
-public:
-    bool isValid() const { return m_dir.isValid(); }
-
-    void addPartition(const char* host, const QString& disk, const QString& partition, const QString& number,
-                      bool removable, const QString& uuid, const QString& labelLink = QString())
-    {
-        const QString diskDir = path(QString::fromLatin1(host) + QLatin1Char('/') + disk);
-        const QString partitionDir = diskDir + QLatin1Char('/') + partition;
-        QDir().mkpath(partitionDir);
-        write(diskDir + QStringLiteral("/removable"), removable ? "1\n" : "0\n");
-        write(partitionDir + QStringLiteral("/partition"), "1\n");
-        write(partitionDir + QStringLiteral("/dev"), number.toLatin1() + '\n');
-        link(partitionDir, QStringLiteral("sys/class/block/") + partition);
-        link(path(QStringLiteral("dev/") + partition), QStringLiteral("dev/disk/by-uuid/") + uuid);
-        if (!labelLink.isEmpty()) {
-            link(path(QStringLiteral("dev/") + partition), QStringLiteral("dev/disk/by-label/") + labelLink);
-        }
-    }
-
-    void mount(const QString& number, const QString& escapedMountPoint, const QString& fileSystem,
-               const QString& source)
-    {
-        m_mountInfo += QStringLiteral("%1 29 %2 / %3 rw,nosuid,nodev,relatime shared:1 - %4 %5 rw\n")
-                           .arg(++m_mountId)
-                           .arg(number, escapedMountPoint, fileSystem, source);
-        QDir().mkpath(path(QStringLiteral("proc")));
-        write(path(QStringLiteral("proc/mountinfo")), m_mountInfo.toUtf8());
-    }
-
-    void udevRecord(const QString& number, const QByteArray& contents)
-    {
-        QDir().mkpath(path(QStringLiteral("run/udev/data")));
-        write(path(QStringLiteral("run/udev/data/b") + number), contents);
-    }
-
-    LinuxDeviceManager manager() const
-    {
-        LinuxDeviceManager::Roots roots;
-        roots.mountInfo = path(QStringLiteral("proc/mountinfo"));
-        roots.sysClassBlock = path(QStringLiteral("sys/class/block"));
-        roots.devDisk = path(QStringLiteral("dev/disk"));
-        roots.udevData = path(QStringLiteral("run/udev/data"));
-        roots.dev = QStringLiteral("/dev");
-        return LinuxDeviceManager(roots);
-    }
-
-private:
-    QString path(const QString& relative) const { return m_dir.filePath(relative); }
-
-    static void write(const QString& file, const QByteArray& bytes)
-    {
-        QFile out(file);
-        QVERIFY(out.open(QIODevice::WriteOnly | QIODevice::Truncate));
-        out.write(bytes);
-    }
-
-    void link(const QString& target, const QString& relativeLink)
-    {
-        const QString linkPath = path(relativeLink);
-        QDir().mkpath(QFileInfo(linkPath).absolutePath());
-        QVERIFY(QFile::link(target, linkPath));
-    }
-
-    QTemporaryDir m_dir;
-    QString m_mountInfo;
-    int m_mountId = 20;
-};
-
-} // namespace
+using Velmarin::Platform::Linux::NvmeHost;
+using Velmarin::Platform::Linux::SataHost;
+using Velmarin::Platform::Linux::SecondUsbHost;
+using Velmarin::Platform::Linux::UsbHost;
 
 class LinuxDevicesTest : public QObject
 {
@@ -162,10 +85,8 @@ private Q_SLOTS:
         // udev points the one by-label link at one stick; the other's label is in udev's database.
         machine.addPartition(UsbHost, QStringLiteral("sdb"), QStringLiteral("sdb1"), QStringLiteral("8:17"),
                              true, QStringLiteral("1111-AAAA"), QStringLiteral("PENDRIVE"));
-        machine.addPartition(
-            "sys/devices/pci0000:00/0000:00:14.0/usb3/3-2/3-2:1.0/host7/target7:0:0/7:0:0:0/block",
-            QStringLiteral("sdd"), QStringLiteral("sdd1"), QStringLiteral("8:49"), true,
-            QStringLiteral("2222-BBBB"));
+        machine.addPartition(SecondUsbHost, QStringLiteral("sdd"), QStringLiteral("sdd1"),
+                             QStringLiteral("8:49"), true, QStringLiteral("2222-BBBB"));
         machine.udevRecord(QStringLiteral("8:49"), "S:disk/by-uuid/2222-BBBB\nE:ID_FS_LABEL_ENC=PENDRIVE\n"
                                                    "E:ID_FS_TYPE=vfat\nE:ID_BUS=usb\n");
         machine.mount(QStringLiteral("8:17"), QStringLiteral("/media/ana/PENDRIVE"), QStringLiteral("vfat"),
