@@ -1,21 +1,18 @@
 #include "platform/linux/LinuxDeviceManager.h"
 
+#include "platform/linux/MountTable.h"
+
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QHash>
 
 #include <algorithm>
+#include <optional>
 
 namespace Velmarin::Platform::Linux {
 
 namespace {
-
-struct Mount
-{
-    QString mountPoint;
-    QString fileSystem;
-};
 
 QByteArray readSmallFile(const QString& path)
 {
@@ -36,30 +33,6 @@ QHash<QString, QString> linksByDevice(const QString& folder, bool unescape)
         if (!result.contains(device)) {
             result.insert(device,
                           unescape ? LinuxDeviceManager::unescapeUdevName(link.fileName()) : link.fileName());
-        }
-    }
-    return result;
-}
-
-// "major:minor" -> the first mount of that device.
-QHash<QString, Mount> mountsByDeviceNumber(const QString& mountInfoPath)
-{
-    QHash<QString, Mount> result;
-    QFile file(mountInfoPath);
-    if (!file.open(QIODevice::ReadOnly)) {
-        return result;
-    }
-    // id parent major:minor root mount-point options [optional fields...] - fstype source super-options
-    for (const QByteArray& rawLine : file.readAll().split('\n')) {
-        const QStringList fields = QString::fromUtf8(rawLine).split(QLatin1Char(' '), Qt::SkipEmptyParts);
-        const qsizetype separator = fields.indexOf(QStringLiteral("-"));
-        if (fields.size() < 5 || separator < 6 || separator + 1 >= fields.size()) {
-            continue;
-        }
-        const QString deviceNumber = fields.at(2);
-        if (!result.contains(deviceNumber)) {
-            result.insert(deviceNumber,
-                          {LinuxDeviceManager::unescapeMountField(fields.at(4)), fields.at(separator + 1)});
         }
     }
     return result;
@@ -129,7 +102,7 @@ QList<UsbDevice> LinuxDeviceManager::listDevices()
 {
     const QHash<QString, QString> uuids = linksByDevice(m_roots.devDisk + QStringLiteral("/by-uuid"), false);
     const QHash<QString, QString> labels = linksByDevice(m_roots.devDisk + QStringLiteral("/by-label"), true);
-    const QHash<QString, Mount> mounts = mountsByDeviceNumber(m_roots.mountInfo);
+    const MountTable mounts(m_roots.mountInfo);
 
     QList<UsbDevice> devices;
     for (auto it = uuids.constBegin(); it != uuids.constEnd(); ++it) {
@@ -159,9 +132,8 @@ QList<UsbDevice> LinuxDeviceManager::listDevices()
             device.label = QStringLiteral("USB %1").arg(name);
         }
         device.fileSystem = udev.value(QStringLiteral("ID_FS_TYPE"));
-        const auto mount = mounts.constFind(deviceNumber);
-        device.mounted = mount != mounts.constEnd();
-        if (device.mounted) {
+        if (const std::optional<MountTable::Mount> mount = mounts.wholeFileSystemMount(deviceNumber)) {
+            device.mounted = true;
             device.mountPath = mount->mountPoint;
             device.fileSystem = mount->fileSystem;
         }
