@@ -1,11 +1,14 @@
 #include "platform/linux/LinuxDeviceManager.h"
 
+#include "platform/linux/BlockDeviceTree.h"
 #include "platform/linux/MountTable.h"
 
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QHash>
+#include <QSet>
+#include <QStringList>
 
 #include <algorithm>
 #include <optional>
@@ -56,6 +59,23 @@ QHash<QString, QString> udevProperties(const QString& udevData, const QString& d
     return properties;
 }
 
+// Whether a volume that is not mounted may hold files once it is, going by what udev found on it.
+// ID_FS_USAGE is "filesystem" for what mounts, "raid" for a member of a volume group or an array
+// and "other" for swap; older records may name only the type.
+// A locked LUKS volume ("crypto") stays in the list as not mounted: the file manager's mount action
+// asks for its passphrase and mounts what is inside, which is just what the list's hint says to do.
+// Once unlocked, the partition is held by its mapping and the mapping is listed in its place.
+bool mayHoldFiles(const QHash<QString, QString>& udev)
+{
+    const QStringList noFiles = {QStringLiteral("swap"), QStringLiteral("LVM2_member"),
+                                 QStringLiteral("linux_raid_member")};
+    const QString usage = udev.value(QStringLiteral("ID_FS_USAGE"));
+    if (noFiles.contains(udev.value(QStringLiteral("ID_FS_TYPE")))) {
+        return false;
+    }
+    return usage.isEmpty() || usage == QLatin1String("filesystem") || usage == QLatin1String("crypto");
+}
+
 // Replaces every escape (the marker, then three octal or two hexadecimal digits) by its byte.
 // Both the kernel and udev escape bytes, so a name in UTF-8 is whole again only once every byte is
 // back; a marker without its digits stays as it is.
@@ -103,41 +123,66 @@ QList<UsbDevice> LinuxDeviceManager::listDevices()
     const QHash<QString, QString> uuids = linksByDevice(m_roots.devDisk + QStringLiteral("/by-uuid"), false);
     const QHash<QString, QString> labels = linksByDevice(m_roots.devDisk + QStringLiteral("/by-label"), true);
     const MountTable mounts(m_roots.mountInfo);
+    const BlockDeviceTree tree(m_roots.sysClassBlock);
+
+    // Where the running system lives: a USB disk holding one of these is the computer's own disk.
+    const QStringList systemMountPoints = {QStringLiteral("/"), QStringLiteral("/usr"),
+                                           QStringLiteral("/boot"), QStringLiteral("/boot/efi"),
+                                           QStringLiteral("/efi")};
+    QSet<QString> systemDisks;
+    for (const QString& number : mounts.numbersMountedAt(systemMountPoints)) {
+        if (const BlockDeviceTree::Device* systemDevice = tree.findByNumber(number)) {
+            systemDisks.unite(BlockDeviceTree::disksOf(*systemDevice));
+        }
+    }
 
     QList<UsbDevice> devices;
-    for (auto it = uuids.constBegin(); it != uuids.constEnd(); ++it) {
-        const QString name = it.key();
-        const QString sysPath =
-            QFileInfo(m_roots.sysClassBlock + QLatin1Char('/') + name).canonicalFilePath();
-        // The kernel's device path names every bus on the way: a USB device sits below a "usbN" node.
-        if (sysPath.isEmpty() || !sysPath.contains(QStringLiteral("/usb"))) {
+    // Every device is looked at, not only the targets of by-uuid links: udev gives a UUID's link
+    // to one device, and a cloned stick shares its twin's UUID.
+    for (const BlockDeviceTree::Device& block : tree.devices()) {
+        // What is built on a held device is listed instead; the system's own disk is no place for
+        // a container that travels.
+        if (!BlockDeviceTree::isOnUsb(block) || tree.isHeld(block.name) ||
+            BlockDeviceTree::disksOf(block).intersects(systemDisks)) {
             continue;
         }
-        const bool isPartition = QFileInfo::exists(sysPath + QStringLiteral("/partition"));
-        const QString disk = isPartition ? QFileInfo(sysPath).absolutePath() : sysPath;
-
-        const QString deviceNumber = QString::fromLatin1(readSmallFile(sysPath + QStringLiteral("/dev")));
-        const QHash<QString, QString> udev = udevProperties(m_roots.udevData, deviceNumber);
+        const QHash<QString, QString> udev = udevProperties(m_roots.udevData, block.number);
+        const bool inMountTable = mounts.isMounted(block.number);
+        const bool hasFileSystem =
+            uuids.contains(block.name) || !udev.value(QStringLiteral("ID_FS_TYPE")).isEmpty() || inMountTable;
+        if (!hasFileSystem || (!inMountTable && !mayHoldFiles(udev))) {
+            continue;
+        }
+        // An unlocked volume goes by the name of the USB partition it is read from.
+        const QString usbName = QFileInfo(block.leaves.first()).fileName();
 
         UsbDevice device;
-        device.devicePath = m_roots.dev + QLatin1Char('/') + name;
-        device.removable = readSmallFile(disk + QStringLiteral("/removable")) == "1";
+        device.devicePath = m_roots.dev + QLatin1Char('/') + block.name;
+        device.removable = readSmallFile(BlockDeviceTree::diskOf(block.leaves.first()) +
+                                         QStringLiteral("/removable")) == "1";
         // udev links one label to one device only; a second stick with the same label finds its
         // label in udev's own record of it.
-        device.label = labels.value(name);
+        device.label = labels.value(block.name);
         if (device.label.isEmpty()) {
             device.label = unescapeUdevName(udev.value(QStringLiteral("ID_FS_LABEL_ENC")));
         }
         if (device.label.isEmpty()) {
-            device.label = QStringLiteral("USB %1").arg(name);
+            device.label = QStringLiteral("USB %1").arg(usbName);
         }
         device.fileSystem = udev.value(QStringLiteral("ID_FS_TYPE"));
-        if (const std::optional<MountTable::Mount> mount = mounts.wholeFileSystemMount(deviceNumber)) {
+        if (const std::optional<MountTable::Mount> mount = mounts.wholeFileSystemMount(block.number)) {
             device.mounted = true;
             device.mountPath = mount->mountPoint;
             device.fileSystem = mount->fileSystem;
         }
-        device.id = (device.mounted ? device.mountPath : device.devicePath) + QLatin1Char('-') + it.value();
+        QString uuid = uuids.value(block.name);
+        if (uuid.isEmpty()) {
+            uuid = udev.value(QStringLiteral("ID_FS_UUID"));
+        }
+        device.id = device.mounted ? device.mountPath : device.devicePath;
+        if (!uuid.isEmpty()) {
+            device.id += QLatin1Char('-') + uuid;
+        }
         devices.append(device);
     }
     std::sort(devices.begin(), devices.end(),

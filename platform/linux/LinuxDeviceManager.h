@@ -6,9 +6,11 @@
 
 namespace Velmarin::Platform::Linux {
 
-// USB volumes as the kernel and udev describe them: every block device on the USB bus that carries
-// a file system (it has an entry in /dev/disk/by-uuid), mounted or not. Reads only world-readable
-// files, so it needs no privilege and no helper program.
+// USB volumes as the kernel and udev describe them: every block device whose data lives on the USB
+// bus and that carries a file system (a by-uuid link, udev's record or a mount says so), mounted or
+// not, including unlocked LUKS volumes. Left out: what something else is built on, what holds no
+// files (swap, members of volume groups and arrays) and every volume of the disk the system runs
+// from. Reads only world-readable files, so it needs no privilege and no helper program.
 class LinuxDeviceManager : public DeviceManager
 {
 public:

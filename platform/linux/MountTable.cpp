@@ -4,6 +4,8 @@
 
 #include <QFile>
 
+#include <algorithm>
+
 namespace Velmarin::Platform::Linux {
 
 MountTable::MountTable(const QString& mountInfoPath)
@@ -24,6 +26,12 @@ MountTable::MountTable(const QString& mountInfoPath)
     }
 }
 
+bool MountTable::isMounted(const QString& number) const
+{
+    return std::any_of(m_mounts.cbegin(), m_mounts.cend(),
+                       [&number](const Mount& mount) { return mount.number == number; });
+}
+
 std::optional<MountTable::Mount> MountTable::wholeFileSystemMount(const QString& number) const
 {
     for (const Mount& mount : m_mounts) {
@@ -32,6 +40,17 @@ std::optional<MountTable::Mount> MountTable::wholeFileSystemMount(const QString&
         }
     }
     return std::nullopt;
+}
+
+QStringList MountTable::numbersMountedAt(const QStringList& mountPoints) const
+{
+    QStringList numbers;
+    for (const Mount& mount : m_mounts) {
+        if (mountPoints.contains(mount.mountPoint) && !numbers.contains(mount.number)) {
+            numbers.append(mount.number);
+        }
+    }
+    return numbers;
 }
 
 } // namespace Velmarin::Platform::Linux

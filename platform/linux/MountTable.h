@@ -25,9 +25,12 @@ public:
 
     explicit MountTable(const QString& mountInfoPath);
 
+    bool isMounted(const QString& number) const;
     // The first mount that shows the device's whole file system. The container lives at the file
     // system's root, so a mount of a sub-folder alone cannot reach it.
     std::optional<Mount> wholeFileSystemMount(const QString& number) const;
+    // The devices mounted at any of these points, whatever folder of theirs the mount shows.
+    QStringList numbersMountedAt(const QStringList& mountPoints) const;
 
 private:
     QList<Mount> m_mounts;
