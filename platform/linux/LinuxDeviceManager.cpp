@@ -76,6 +76,52 @@ bool mayHoldFiles(const QHash<QString, QString>& udev)
     return usage.isEmpty() || usage == QLatin1String("filesystem") || usage == QLatin1String("crypto");
 }
 
+bool isAsciiDigit(QChar c)
+{
+    return c >= QLatin1Char('0') && c <= QLatin1Char('9');
+}
+
+// "sdb2" before "sdb10": runs of digits compare as numbers. QCollator would do it too, but it
+// ignores its numeric mode in the C locale.
+bool naturalLess(const QString& a, const QString& b)
+{
+    qsizetype i = 0;
+    qsizetype j = 0;
+    while (i < a.size() && j < b.size()) {
+        if (isAsciiDigit(a.at(i)) && isAsciiDigit(b.at(j))) {
+            const qsizetype startA = i;
+            const qsizetype startB = j;
+            while (i < a.size() && isAsciiDigit(a.at(i))) {
+                ++i;
+            }
+            while (j < b.size() && isAsciiDigit(b.at(j))) {
+                ++j;
+            }
+            QStringView digitsA = QStringView(a).mid(startA, i - startA);
+            QStringView digitsB = QStringView(b).mid(startB, j - startB);
+            while (digitsA.size() > 1 && digitsA.front() == QLatin1Char('0')) {
+                digitsA = digitsA.mid(1);
+            }
+            while (digitsB.size() > 1 && digitsB.front() == QLatin1Char('0')) {
+                digitsB = digitsB.mid(1);
+            }
+            if (digitsA.size() != digitsB.size()) {
+                return digitsA.size() < digitsB.size();
+            }
+            if (const int order = digitsA.compare(digitsB); order != 0) {
+                return order < 0;
+            }
+            continue;
+        }
+        if (a.at(i) != b.at(j)) {
+            return a.at(i) < b.at(j);
+        }
+        ++i;
+        ++j;
+    }
+    return a.size() - i < b.size() - j;
+}
+
 // Replaces every escape (the marker, then three octal or two hexadecimal digits) by its byte.
 // Both the kernel and udev escape bytes, so a name in UTF-8 is whole again only once every byte is
 // back; a marker without its digits stays as it is.
@@ -186,7 +232,7 @@ QList<UsbDevice> LinuxDeviceManager::listDevices()
         devices.append(device);
     }
     std::sort(devices.begin(), devices.end(),
-              [](const UsbDevice& a, const UsbDevice& b) { return a.devicePath < b.devicePath; });
+              [](const UsbDevice& a, const UsbDevice& b) { return naturalLess(a.devicePath, b.devicePath); });
     return devices;
 }
 

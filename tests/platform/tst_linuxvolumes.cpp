@@ -1,5 +1,5 @@
 // Which USB volumes Linux detection lists and which it hides: encrypted sticks, cloned sticks,
-// partitions without files, bind mounts, the system's own disk.
+// partitions without files, bind mounts, the system's own disk, and the order of the list.
 #include "FakeMachine.h"
 #include "platform/linux/LinuxDeviceManager.h"
 
@@ -250,6 +250,21 @@ private Q_SLOTS:
         machine.mount(QStringLiteral("254:0"), QStringLiteral("/"), QStringLiteral("ext4"),
                       QStringLiteral("/dev/mapper/root"));
         QVERIFY(machine.manager().listDevices().isEmpty());
+    }
+
+    void devicesAreSortedWithNumbersAsNumbers()
+    {
+        FakeMachine machine;
+        for (const int partition : {10, 2, 1}) {
+            machine.addPartition(UsbHost, QStringLiteral("sdb"), QStringLiteral("sdb%1").arg(partition),
+                                 QStringLiteral("8:%1").arg(16 + partition), true,
+                                 QStringLiteral("uuid-b%1").arg(partition));
+        }
+        machine.addPartition(SecondUsbHost, QStringLiteral("sda"), QStringLiteral("sda1"),
+                             QStringLiteral("8:1"), true, QStringLiteral("uuid-a1"));
+        QCOMPARE(devicePaths(machine.manager().listDevices()),
+                 (QStringList{QStringLiteral("/dev/sda1"), QStringLiteral("/dev/sdb1"),
+                              QStringLiteral("/dev/sdb2"), QStringLiteral("/dev/sdb10")}));
     }
 };
 
