@@ -85,7 +85,9 @@ QString FailureText::sentence(const Core::Failure& failure)
         text = tr("O cofre chegou ao limite de itens que o container comporta.");
         break;
     case Reason::FileTooLargeForFileSystem:
-        text = tr("O container ficaria maior do que o sistema de arquivos da unidade permite.");
+        text = tr(
+            "O container ficaria maior que 4 GB, o limite de tamanho de arquivo do sistema de arquivos FAT32 "
+            "desta unidade.\n\nFormate a unidade como exFAT ou NTFS para guardar mais de 4 GB no cofre.");
         break;
     case Reason::SourceUnreadable:
         text = tr("Não foi possível ler o arquivo %1.").arg(local);

@@ -64,7 +64,9 @@ QString FailureText::sentence(Core::Failure::Reason reason, const QString& path)
     case Reason::IndexFull:
         return tr("O cofre chegou ao número máximo de itens que o seu índice comporta.");
     case Reason::FileTooLargeForFileSystem:
-        return tr("O container ficaria maior do que o sistema de arquivos da unidade permite.");
+        return tr(
+            "O container ficaria maior que 4 GB, o limite de tamanho de arquivo do sistema de arquivos FAT32 "
+            "desta unidade.\n\nFormate a unidade como exFAT ou NTFS para guardar mais de 4 GB no cofre.");
     case Reason::SourceUnreadable:
         return tr("Não foi possível ler %1.").arg(path);
     case Reason::SourceChanged:

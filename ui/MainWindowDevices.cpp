@@ -63,8 +63,8 @@ void MainWindow::refreshDeviceList()
         QString text = QStringLiteral("%1 (%2)").arg(name, location);
         if (!device.mounted) {
             text += tr(" | não montado");
-        } else if (const std::optional<qint64> available = m_storage->bytesAvailable(device.mountPath)) {
-            text += QStringLiteral(" | %1").arg(tr("%1 livres").arg(Core::formatDataSize(*available)));
+        } else if (const Core::DriveSpace space = m_storage->space(device.mountPath); space.available) {
+            text += QStringLiteral(" | %1").arg(tr("%1 livres").arg(Core::formatDataSize(*space.available)));
         }
 
         auto* item = new QListWidgetItem(text, m_deviceList);

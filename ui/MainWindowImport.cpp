@@ -130,24 +130,29 @@ bool MainWindow::confirmImportSpace(const QList<Core::ImportItem>& items)
         return false;
     }
 
-    const std::optional<qint64> available =
-        m_storage->bytesAvailable(QFileInfo(m_containerPath).absolutePath());
-    if (!available) {
+    const Core::DriveSpace drive = m_storage->space(QFileInfo(m_containerPath).absolutePath());
+    if (!drive.ready) {
         MessageBoxes::warning(nullptr, title,
                               tr("Não foi possível verificar o espaço livre da unidade do container."));
         return false;
     }
+    // A drive that does not tell its free space (FAT through FUSE) is written until it refuses,
+    // and a refused write is cut back.
+    if (!drive.available) {
+        return true;
+    }
+    const qint64 available = *drive.available;
     const qint64 required = Core::ImportSpace::required(total);
-    if (required > *available) {
+    if (required > available) {
         MessageBoxes::warning(
             nullptr, tr("Espaço insuficiente"),
             tr("Não há espaço livre suficiente na unidade do container.\n\nArquivos "
                "selecionados: %1\nEspaço livre disponível: %2\n\nLibere espaço na unidade USB "
                "ou selecione arquivos menores.")
-                .arg(Core::formatDataSize(total), Core::formatDataSize(*available)));
+                .arg(Core::formatDataSize(total), Core::formatDataSize(available)));
         return false;
     }
-    const qint64 remaining = *available - required;
+    const qint64 remaining = available - required;
     if (remaining >= Core::ImportSpace::ComfortableRemainder) {
         return true;
     }

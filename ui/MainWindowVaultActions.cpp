@@ -253,6 +253,11 @@ void MainWindow::backupContainer()
         MessageBoxes::warning(this, title, tr("Não foi possível abrir o container para backup."));
         return;
     }
+    if (!backup.fitsDestination()) {
+        MessageBoxes::warning(this, title,
+                              FailureText::sentence(Core::Failure::Reason::FileTooLargeForFileSystem));
+        return;
+    }
     if (!backup.openDestination()) {
         MessageBoxes::warning(this, title, tr("Não foi possível criar o arquivo de backup."));
         return;
@@ -265,7 +270,10 @@ void MainWindow::backupContainer()
     progress->close();
 
     if (!copied) {
-        MessageBoxes::warning(this, title, tr("Não foi possível concluir o backup."));
+        MessageBoxes::warning(this, title, tr("Não foi possível concluir o backup."),
+                              backup.destinationRefusedSize()
+                                  ? FailureText::sentence(Core::Failure::Reason::FileTooLargeForFileSystem)
+                                  : QString());
         showOutcome(tr("Falha ao fazer backup do container."));
         return;
     }

@@ -1,8 +1,8 @@
 #pragma once
 
-#include <QString>
+#include "core/container/DriveSpace.h"
 
-#include <optional>
+#include <QString>
 
 namespace Velmarin::UI {
 
@@ -12,8 +12,8 @@ class StorageProbe
 {
 public:
     virtual ~StorageProbe() = default;
-    // Bytes available to this user, or nothing when the volume is not valid or not ready.
-    virtual std::optional<qint64> bytesAvailable(const QString& path) = 0;
+    // The drive's free space and file size limit, each unknown where the drive does not tell.
+    virtual Core::DriveSpace space(const QString& path) = 0;
 };
 
 } // namespace Velmarin::UI

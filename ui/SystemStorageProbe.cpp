@@ -1,16 +1,10 @@
 #include "ui/SystemStorageProbe.h"
 
-#include <QStorageInfo>
-
 namespace Velmarin::UI {
 
-std::optional<qint64> SystemStorageProbe::bytesAvailable(const QString& path)
+Core::DriveSpace SystemStorageProbe::space(const QString& path)
 {
-    const QStorageInfo storage(path);
-    if (!storage.isValid() || !storage.isReady()) {
-        return std::nullopt;
-    }
-    return storage.bytesAvailable();
+    return Core::DriveSpace::of(path);
 }
 
 } // namespace Velmarin::UI

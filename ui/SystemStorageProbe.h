@@ -7,7 +7,7 @@ namespace Velmarin::UI {
 class SystemStorageProbe : public StorageProbe
 {
 public:
-    std::optional<qint64> bytesAvailable(const QString& path) override;
+    Core::DriveSpace space(const QString& path) override;
 };
 
 } // namespace Velmarin::UI

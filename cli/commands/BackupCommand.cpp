@@ -2,6 +2,7 @@
 
 #include "cli/Console.h"
 #include "cli/ExitCode.h"
+#include "cli/FailureText.h"
 #include "cli/LocalTarget.h"
 #include "cli/VaultAccess.h"
 #include "core/container/ContainerBackup.h"
@@ -67,6 +68,10 @@ int BackupCommand::run(const CommandContext& context)
         console.message(tr("Não foi possível abrir o container para backup."));
         return Failed;
     }
+    if (!backup.fitsDestination()) {
+        console.message(FailureText::sentence(Core::Failure::Reason::FileTooLargeForFileSystem));
+        return Failed;
+    }
     if (!backup.openDestination()) {
         console.message(tr("Não foi possível criar o arquivo de backup."));
         return Failed;
@@ -75,7 +80,10 @@ int BackupCommand::run(const CommandContext& context)
     const bool copied = backup.copy([&](qint64 done, qint64 total) { console.progress(label, done, total); });
     console.endProgress();
     if (!copied) {
-        console.message(tr("Não foi possível concluir o backup."));
+        console.message(backup.destinationRefusedSize()
+                            ? tr("Não foi possível concluir o backup.") + QStringLiteral("\n\n") +
+                                  FailureText::sentence(Core::Failure::Reason::FileTooLargeForFileSystem)
+                            : tr("Não foi possível concluir o backup."));
         return Failed;
     }
     console.print(QDir::toNativeSeparators(QFileInfo(destination).absoluteFilePath()));

@@ -4,6 +4,7 @@
 #include "cli/ExitCode.h"
 #include "cli/FailureText.h"
 #include "cli/VaultArguments.h"
+#include "core/container/DriveSpace.h"
 #include "core/index/DisplayFormat.h"
 #include "core/index/VaultPath.h"
 #include "core/vault/ImportSpace.h"
@@ -12,7 +13,6 @@
 #include <QDir>
 #include <QDirIterator>
 #include <QFileInfo>
-#include <QStorageInfo>
 
 #include <algorithm>
 
@@ -129,17 +129,17 @@ bool ImportCommand::hasRoom(const CommandContext& context, Core::VaultManager& v
         console.message(FailureText::indexCapacity(fitting, files));
         return false;
     }
-    const QStorageInfo storage(QFileInfo(context.arguments.at(0)).absolutePath());
-    if (!storage.isValid() || !storage.isReady()) {
+    const Core::DriveSpace drive = Core::DriveSpace::of(QFileInfo(context.arguments.at(0)).absolutePath());
+    if (!drive.ready) {
         console.message(tr("Não foi possível verificar o espaço livre da unidade do container."));
         return false;
     }
-    if (Core::ImportSpace::required(total) > storage.bytesAvailable()) {
+    // A drive that does not tell its free space (FAT through FUSE) is written until it refuses.
+    if (!drive.hasRoomFor(Core::ImportSpace::required(total))) {
         console.message(tr("%1\n\nArquivos selecionados: %2\nEspaço livre disponível: %3\n\nLibere espaço na "
                            "unidade USB ou selecione arquivos menores.")
                             .arg(FailureText::sentence(Core::Failure::Reason::NoSpace),
-                                 Core::formatDataSize(total),
-                                 Core::formatDataSize(storage.bytesAvailable())));
+                                 Core::formatDataSize(total), Core::formatDataSize(*drive.available)));
         return false;
     }
     return true;

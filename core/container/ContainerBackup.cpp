@@ -1,8 +1,12 @@
 #include "core/container/ContainerBackup.h"
 
+#include "core/container/DriveSpace.h"
 #include "core/container/FileSync.h"
 
 #include <QByteArray>
+#include <QFileInfo>
+
+#include <cerrno>
 
 namespace Velmarin::Core {
 
@@ -23,9 +27,16 @@ bool ContainerBackup::openDestination()
     return m_destination.open(QIODevice::WriteOnly | QIODevice::Truncate);
 }
 
+bool ContainerBackup::fitsDestination() const
+{
+    return DriveSpace::of(m_destination.fileName()).holdsFileOf(QFileInfo(m_source.fileName()).size());
+}
+
 bool ContainerBackup::copy(const Progress& progress)
 {
     bool copied = copyChunks(progress) && FileSync::flushToDevice(m_destination);
+    m_refusedSize = !copied && m_destination.error() != QFileDevice::NoError &&
+                    m_destination.errorString() == qt_error_string(EFBIG);
     m_source.close();
     m_destination.close();
     // A new backup's name is only on the device once its folder is.

@@ -28,12 +28,19 @@ public:
     // destination, so a half copy is never mistaken for a backup.
     bool copy(const Progress& progress = {});
 
+    // Whether the destination's file system can hold a file the container's size (FAT: 4 GiB - 1);
+    // asked before anything is written there.
+    bool fitsDestination() const;
+    // After a failed copy: the destination's file system refused the file's size.
+    bool destinationRefusedSize() const { return m_refusedSize; }
+
 private:
     bool copyChunks(const Progress& progress);
 
     ContainerLock m_lock;
     QFile m_source;
     QFile m_destination;
+    bool m_refusedSize = false;
 };
 
 } // namespace Velmarin::Core

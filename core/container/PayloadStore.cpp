@@ -178,4 +178,10 @@ bool PayloadStore::isPlausible(const BlockEntry& block)
            block.encryptedSize == block.plainSize + VaultCrypto::TagSize;
 }
 
+qint64 PayloadStore::sealedSize(qint64 plainSize)
+{
+    const qint64 blocks = (plainSize + BlockSize - 1) / BlockSize;
+    return plainSize + blocks * VaultCrypto::TagSize;
+}
+
 } // namespace Velmarin::Core

@@ -53,6 +53,8 @@ public:
     // Whether a block's recorded sizes are possible at all, checked before anything is allocated.
     // An empty block is never written, and its empty plaintext could not be told from a failure.
     static bool isPlausible(const BlockEntry& block);
+    // How much a file of plainSize bytes adds to the payload region: its blocks and their tags.
+    static qint64 sealedSize(qint64 plainSize);
 
 private:
     // Reads a plausible block's ciphertext into sealed, reusing its memory.

@@ -47,6 +47,9 @@ bool FileTransfer::importFile(QFile& source, qint64 size, const QDateTime& modif
     if (index.directoryExists(target)) {
         return m_session.fail(Failure::Reason::AlreadyExists, target);
     }
+    if (!m_session.checkGrowth(PayloadStore::sealedSize(size))) {
+        return false;
+    }
     ContainerHeader header;
     if (!m_session.readCurrentHeader(header)) {
         return false;

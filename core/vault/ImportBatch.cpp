@@ -75,7 +75,16 @@ bool ImportBatch::measure(const QList<ImportItem>& items, int* fitting)
         return false;
     }
     *fitting = IndexCapacity(m_session.containerFile(), m_header, m_session.index()).fittingFiles(items);
-    return true;
+    return m_session.checkGrowth(sealedSize(items));
+}
+
+qint64 ImportBatch::sealedSize(const QList<ImportItem>& items)
+{
+    qint64 total = 0;
+    for (const ImportItem& item : items) {
+        total += item.isFolder ? 0 : PayloadStore::sealedSize(item.size);
+    }
+    return total;
 }
 
 bool ImportBatch::start(const QList<ImportItem>& items, Outcome& outcome)
@@ -97,6 +106,10 @@ bool ImportBatch::start(const QList<ImportItem>& items, Outcome& outcome)
     if (fitting < m_progress.filesTotal) {
         outcome.fitting = fitting;
         return m_session.fail(Failure::Reason::IndexFull, m_session.containerPath());
+    }
+    if (!m_session.checkGrowth(sealedSize(items))) {
+        outcome.stopped = true;
+        return false;
     }
     // Unbuffered, so that a failed write leaves nothing pending that would block the cut-back.
     m_container.setFileName(m_session.containerPath());

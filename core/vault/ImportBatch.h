@@ -95,6 +95,8 @@ private:
     };
 
     bool start(const QList<ImportItem>& items, Outcome& outcome);
+    // What the items' files add to the container.
+    static qint64 sealedSize(const QList<ImportItem>& items);
     Step addFolder(const ImportItem& item);
     Step addFile(const ImportItem& item, const Handler& handler);
     // Appends source's blocks for entry; Failed or Stop leave the container as it was before.

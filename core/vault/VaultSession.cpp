@@ -2,12 +2,12 @@
 
 #include "core/container/ContainerJournal.h"
 #include "core/container/ContainerProbe.h"
+#include "core/container/DriveSpace.h"
 #include "core/container/IndexCipher.h"
 #include "core/container/PayloadStore.h"
 
 #include <QFileDevice>
 #include <QFileInfo>
-#include <QStorageInfo>
 
 #include <cerrno>
 
@@ -149,15 +149,25 @@ bool VaultSession::failWrite(const QString& path, const QFileDevice* device)
     const QString systemError = told ? device->errorString() : QString();
     // Qt reports a write the system cut short without its error: the drive took what fitted.
     const bool cutShort = device != nullptr && !told;
-    const QStorageInfo drive(QFileInfo(path).absolutePath());
-    const bool nearlyFull = drive.isValid() && drive.bytesAvailable() < NearlyFull;
-    if (nearlyFull || cutShort || systemError == qt_error_string(ENOSPC)) {
-        return fail(Failure::Reason::NoSpace, path, systemError);
-    }
+    // The file system's own limit first: a FAT drive may have room left and still refuse.
     if (systemError == qt_error_string(EFBIG)) {
         return fail(Failure::Reason::FileTooLargeForFileSystem, path, systemError);
     }
+    const DriveSpace drive = DriveSpace::of(path);
+    const bool nearlyFull = drive.available && *drive.available < NearlyFull;
+    if (nearlyFull || cutShort || systemError == qt_error_string(ENOSPC)) {
+        return fail(Failure::Reason::NoSpace, path, systemError);
+    }
     return fail(Failure::Reason::DriveWrite, path, systemError);
+}
+
+bool VaultSession::checkGrowth(qint64 growth)
+{
+    const DriveSpace drive = DriveSpace::of(m_containerPath);
+    if (drive.holdsFileOf(QFileInfo(m_containerPath).size() + growth)) {
+        return true;
+    }
+    return fail(Failure::Reason::FileTooLargeForFileSystem, m_containerPath);
 }
 
 ContainerRecovery::Outcome VaultSession::recoverContainer(const QString& containerPath)

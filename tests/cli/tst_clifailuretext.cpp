@@ -87,7 +87,10 @@ void TestCliFailureText::everyReasonHasItsSentenceAndCode_data()
     row("IndexFull", Reason::IndexFull, container,
         "O cofre chegou ao limite de itens que o container comporta.", Failed);
     row("FileTooLargeForFileSystem", Reason::FileTooLargeForFileSystem, container,
-        "O container ficaria maior do que o sistema de arquivos da unidade permite.", Failed);
+        "O container ficaria maior que 4 GB, o limite de tamanho de arquivo do sistema de arquivos FAT32 "
+        "desta "
+        "unidade.\n\nFormate a unidade como exFAT ou NTFS para guardar mais de 4 GB no cofre.",
+        Failed);
     row("SourceUnreadable", Reason::SourceUnreadable, local,
         "Não foi possível ler o arquivo /home/ana/praia.jpg.", Failed);
     row("SourceChanged", Reason::SourceChanged, local,

@@ -47,12 +47,19 @@ public:
 class FakeStorageProbe : public UI::StorageProbe
 {
 public:
-    std::optional<qint64> bytesAvailable(const QString& path) override
+    Core::DriveSpace space(const QString& path) override
     {
         askedPaths.append(path);
-        return available;
+        Core::DriveSpace answer;
+        answer.ready = ready;
+        answer.available = ready ? available : std::nullopt;
+        answer.largestFile = largestFile;
+        return answer;
     }
+    // Whether the drive answers at all; one that does may still not tell its free space.
+    bool ready = true;
     std::optional<qint64> available = qint64(64) * 1024 * 1024 * 1024;
+    std::optional<qint64> largestFile;
     QStringList askedPaths;
 };
 

@@ -173,7 +173,7 @@ void DeviceListTest::unmountedDeviceIsGreyAndUnselectable()
 void DeviceListTest::volumeWithoutStorageInformationShowsNoFreeSpace()
 {
     QVERIFY(m_fixture.setUp());
-    m_fixture.fakes().storage->available = std::nullopt;
+    m_fixture.fakes().storage->ready = false;
     m_fixture.fakes().devices->devices = {
         mounted(QStringLiteral("/media/ana/LENTO"), QStringLiteral("LENTO"))};
     m_fixture.action(QStringLiteral("Atualizar lista"))->trigger();

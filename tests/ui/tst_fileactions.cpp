@@ -203,7 +203,7 @@ void FileActionsTest::importWithAMissingFile()
 void FileActionsTest::importWithoutStorageInformation()
 {
     setUpUnlocked({}, {});
-    m_fixture.fakes().storage->available = std::nullopt;
+    m_fixture.fakes().storage->ready = false;
     m_fixture.fakes().dialogs->fileListAnswers.push_back({localFile(QStringLiteral("a.txt"), 10)});
     MessageRecord warning;
     m_fixture.driver().expectMessage(QStringLiteral("OK"), &warning);
