@@ -22,6 +22,11 @@ packages=(
     clang
     libclang-rt-dev
     llvm
+    # Real file systems of USB sticks for the tests: FAT32 through FUSE, exFAT on a loop device.
+    dosfstools
+    fusefat
+    exfatprogs
+    exfat-fuse
 )
 # The whole-process benches (bench/whole-process.sh, bench/bulk-import.sh) compare with these and
 # count the bulk import's writes with strace; tests never need them.

@@ -60,7 +60,7 @@ bool ContainerBackup::copyChunks(const Progress& progress)
     while (!m_source.atEnd()) {
         const qint64 read = m_source.read(chunk.data(), chunk.size());
         // An empty read before the end is a read error: the drive went away or the medium failed.
-        if (read <= 0 || m_destination.write(chunk.constData(), read) != read) {
+        if (read <= 0 || !FileSync::writeAll(m_destination, chunk.constData(), read)) {
             return false;
         }
         done += read;

@@ -17,6 +17,19 @@
 
 namespace Velmarin::Core {
 
+bool FileSync::writeAll(QIODevice& device, const char* data, qint64 size)
+{
+    while (size > 0) {
+        const qint64 written = device.write(data, size);
+        if (written <= 0) {
+            return false;
+        }
+        data += written;
+        size -= written;
+    }
+    return true;
+}
+
 bool FileSync::flushToDevice(QFileDevice& file)
 {
     if (!file.flush()) {
@@ -98,7 +111,7 @@ bool FileSync::copyFile(const QString& from, const QString& to, const CopyProgre
     while (copied < total) {
         const qint64 read = source.read(piece.data(), piece.size());
         // Nothing read before the end is a read error: the medium failed or the file shrank.
-        if (read <= 0 || destination.write(piece.constData(), read) != read) {
+        if (read <= 0 || !writeAll(destination, piece.constData(), read)) {
             complete = false;
             break;
         }

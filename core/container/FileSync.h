@@ -5,6 +5,7 @@
 #include <functional>
 
 class QFileDevice;
+class QIODevice;
 class QString;
 
 namespace Velmarin::Core {
@@ -14,6 +15,10 @@ namespace Velmarin::Core {
 class FileSync
 {
 public:
+    // Writes all of size bytes. A write the system cut short is tried again for the rest, so that
+    // its reason (a full drive, a file past its file system's limit) comes with the device's error
+    // instead of being lost in a short count.
+    static bool writeAll(QIODevice& device, const char* data, qint64 size);
     static bool flushToDevice(QFileDevice& file);
     // A file's creation, removal or new name lives in its folder: that is what must reach the
     // device for the name itself to survive a cut.

@@ -1,5 +1,6 @@
 #include "core/container/PayloadStore.h"
 
+#include "core/container/FileSync.h"
 #include "core/crypto/Sha256.h"
 #include "core/crypto/VaultCrypto.h"
 
@@ -100,7 +101,7 @@ bool PayloadStore::appendBlocks(QIODevice& source, QIODevice& container, qint64 
             return false;
         }
         const qint64 offset = container.pos();
-        if (container.write(m_sealed.constData(), m_sealed.size()) != m_sealed.size()) {
+        if (!FileSync::writeAll(container, m_sealed.constData(), m_sealed.size())) {
             return false;
         }
         entry.blocks.append(BlockEntry{offset, read, m_sealed.size(), nonce});

@@ -172,7 +172,7 @@ bool VaultCompactor::copyLiveBlocks(QIODevice& oldContainer, QIODevice& newConta
                 // Blocks move unchanged: their associated data does not depend on where they lie.
                 BlockEntry movedBlock = block;
                 movedBlock.offset = newContainer.pos();
-                if (newContainer.write(sealed) != sealed.size()) {
+                if (!FileSync::writeAll(newContainer, sealed.constData(), sealed.size())) {
                     return false;
                 }
                 moved.blocks.append(movedBlock);

@@ -126,6 +126,7 @@ void ImportWindowTest::aDriveThatStopsEndsTheImportWithOneBox()
     QCOMPARE(warning.text, QStringLiteral("Não foi possível importar video00002.bin."));
     QCOMPARE(warning.informativeText,
              QStringLiteral("Não há espaço livre suficiente na unidade do container.\n\n"
+                            "O sistema informou: No space left on device\n\n"
                             "Arquivos importados antes da interrupção: 2. Os demais não foram tentados."));
     QCOMPARE(statusMessage(), QStringLiteral("2 arquivos importados com sucesso."));
     QCOMPARE(m_fixture.names(),

@@ -1,0 +1,27 @@
+#include "FileSizeLimit.h"
+
+#include <csignal>
+
+namespace Velmarin::Tests {
+
+FileSizeLimit::FileSizeLimit(qint64 limit)
+{
+    if (getrlimit(RLIMIT_FSIZE, &m_saved) != 0) {
+        return;
+    }
+    m_changed = true;
+    m_previousHandler = std::signal(SIGXFSZ, SIG_IGN);
+    const rlimit reduced{static_cast<rlim_t>(limit), m_saved.rlim_max};
+    m_set = setrlimit(RLIMIT_FSIZE, &reduced) == 0;
+}
+
+FileSizeLimit::~FileSizeLimit()
+{
+    if (!m_changed) {
+        return;
+    }
+    setrlimit(RLIMIT_FSIZE, &m_saved);
+    std::signal(SIGXFSZ, m_previousHandler);
+}
+
+} // namespace Velmarin::Tests

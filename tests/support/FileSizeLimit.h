@@ -1,0 +1,30 @@
+#pragma once
+
+#include <QtGlobal>
+
+#include <csignal>
+#include <sys/resource.h>
+
+namespace Velmarin::Tests {
+
+// Makes every file this process writes stop at a size, with EFBIG, as a file system whose largest
+// file is that size would; the signal that would otherwise end the process is ignored meanwhile.
+// Everything is put back when it goes.
+class FileSizeLimit
+{
+public:
+    explicit FileSizeLimit(qint64 limit);
+    ~FileSizeLimit();
+    FileSizeLimit(const FileSizeLimit&) = delete;
+    FileSizeLimit& operator=(const FileSizeLimit&) = delete;
+
+    bool isSet() const { return m_set; }
+
+private:
+    rlimit m_saved{};
+    void (*m_previousHandler)(int) = SIG_DFL;
+    bool m_changed = false;
+    bool m_set = false;
+};
+
+} // namespace Velmarin::Tests
