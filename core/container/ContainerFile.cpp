@@ -2,6 +2,7 @@
 
 #include "core/container/ContainerJournal.h"
 #include "core/container/FileSync.h"
+#include "core/container/JournalReserve.h"
 
 #include <QDir>
 #include <QFile>
@@ -149,8 +150,8 @@ bool ContainerFile::writeNewContainer(const QString& path, const ContainerHeader
     return file.commit() && FileSync::syncFolderOf(path);
 }
 
-bool ContainerFile::rewriteHeader(const QString& path, const ContainerHeader& header,
-                                  bool* oldHeaderKept) const
+bool ContainerFile::rewriteHeader(const QString& path, const ContainerHeader& header, bool* oldHeaderKept,
+                                  QString* systemError) const
 {
     if (oldHeaderKept != nullptr) {
         *oldHeaderKept = true;
@@ -176,8 +177,16 @@ bool ContainerFile::rewriteHeader(const QString& path, const ContainerHeader& he
     // longer does needs clearing.
     const QByteArray bytes = padded(newHeader, oldHeader.size());
     // Until the new header is whole on the device, the journal can put the old one back.
-    if (!ContainerJournal::forHeaderChange(oldHeader, newHeader).write(path)) {
+    bool tookReserve = false;
+    // A journal that took the reserve's room gives it back once it is gone.
+    const auto retakeReserve = [&](qint64 headerSize) {
+        if (tookReserve) {
+            JournalReserve::hold(path, headerSize);
+        }
+    };
+    if (!ContainerJournal::forHeaderChange(oldHeader, newHeader).write(path, &tookReserve, systemError)) {
         ContainerJournal::remove(path);
+        retakeReserve(oldHeader.size());
         return false;
     }
     if (oldHeaderKept != nullptr) {
@@ -195,11 +204,13 @@ bool ContainerFile::rewriteHeader(const QString& path, const ContainerHeader& he
         if (oldHeaderKept != nullptr) {
             *oldHeaderKept = true;
         }
+        retakeReserve(oldHeader.size());
         return false;
     }
     // The new header is on the device; a journal that cannot be removed now is stale, and the next
     // unlock removes it.
     ContainerJournal::removeFinished(path);
+    retakeReserve(newHeader.size());
     return true;
 }
 

@@ -49,8 +49,9 @@ public:
     // container holds the old header until the new one is on the device, so a cut at any moment
     // leaves a header that reads or one the journal restores. On failure, oldHeaderKept tells
     // whether the old header is known to be in place again; when it is not, the journal is left.
-    bool rewriteHeader(const QString& path, const ContainerHeader& header,
-                       bool* oldHeaderKept = nullptr) const;
+    // systemError gets the system's words when the journal could not be written.
+    bool rewriteHeader(const QString& path, const ContainerHeader& header, bool* oldHeaderKept = nullptr,
+                       QString* systemError = nullptr) const;
     QByteArray serializeHeader(const ContainerHeader& header) const;
     // Writes a header kept by a journal (length line and JSON) back over the whole header region.
     bool restoreHeaderBytes(const QString& path, const QByteArray& header) const;

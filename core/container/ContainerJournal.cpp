@@ -1,6 +1,7 @@
 #include "core/container/ContainerJournal.h"
 
 #include "core/container/FileSync.h"
+#include "core/container/JournalReserve.h"
 #include "core/crypto/Sha256.h"
 
 #include <QFile>
@@ -85,16 +86,35 @@ QByteArray ContainerJournal::serialize() const
     return bytes;
 }
 
-bool ContainerJournal::write(const QString& containerPath) const
+bool ContainerJournal::write(const QString& containerPath, bool* tookReserve, QString* systemError) const
+{
+    if (tookReserve != nullptr) {
+        *tookReserve = false;
+    }
+    if (writeOnce(containerPath, systemError)) {
+        return true;
+    }
+    if (!JournalReserve::isHeld(containerPath) || !JournalReserve::giveUp(containerPath)) {
+        return false;
+    }
+    if (tookReserve != nullptr) {
+        *tookReserve = true;
+    }
+    return writeOnce(containerPath, systemError);
+}
+
+bool ContainerJournal::writeOnce(const QString& containerPath, QString* systemError) const
 {
     // Written in place rather than through a temporary file: a cut leaves a journal whose digest
     // fails, which is as good as none, and never a stray temporary file on the drive.
     QFile file(pathFor(containerPath));
-    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate)) {
-        return false;
-    }
     const QByteArray bytes = serialize();
-    const bool written = file.write(bytes) == bytes.size() && FileSync::flushToDevice(file);
+    const bool written = file.open(QIODevice::WriteOnly | QIODevice::Truncate) &&
+                         FileSync::writeAll(file, bytes.constData(), bytes.size()) &&
+                         FileSync::flushToDevice(file);
+    if (!written && systemError != nullptr) {
+        *systemError = file.errorString();
+    }
     file.close();
     return written && FileSync::syncFolderOf(file.fileName());
 }

@@ -5,7 +5,7 @@
 
 namespace Velmarin::Core {
 
-// The one file Velmarin writes beside a container, and only while a change is under way: it says
+// The file Velmarin writes beside a container while a change is under way: it says
 // what the container held before the change and what it will hold after, so that a change cut short
 // by a pulled drive or a power cut can be told apart from a finished one and undone.
 //
@@ -33,8 +33,12 @@ public:
                                           const QByteArray& newHeader, qint64 newSize,
                                           const QString& localCopy);
 
-    // Writes the journal beside the container and waits until it is on the device.
-    bool write(const QString& containerPath) const;
+    // Writes the journal beside the container and waits until it is on the device. On a full drive
+    // the journal takes the room of the container's reserve (see JournalReserve), and tookReserve
+    // says so: the caller takes the reserve again once the journal is gone. systemError gets the
+    // system's words when the journal could not be written.
+    bool write(const QString& containerPath, bool* tookReserve = nullptr,
+               QString* systemError = nullptr) const;
     // False when there is no journal or it does not read whole.
     static bool read(const QString& containerPath, ContainerJournal& out);
     // Removes the journal and waits until its removal is on the device.
@@ -57,6 +61,7 @@ public:
 
 private:
     QByteArray serialize() const;
+    bool writeOnce(const QString& containerPath, QString* systemError) const;
 
     Kind m_kind = Kind::Header;
     QByteArray m_oldHeader;

@@ -1,6 +1,7 @@
 #include "core/vault/VaultManager.h"
 
 #include "core/container/IndexCipher.h"
+#include "core/container/JournalReserve.h"
 #include "core/container/PayloadStore.h"
 #include "core/crypto/ProcessProtection.h"
 #include "core/index/VaultPath.h"
@@ -136,7 +137,9 @@ VaultManager::Recovery VaultManager::recover(const QString& containerPath)
     if (outcome == Recovery::Failed) {
         m_session.fail(Failure::Reason::InterruptedChange, containerPath);
     } else {
+        // No session holds the container now: what one left beside it is no longer anyone's.
         ContainerRecovery::removeUnfinishedReplacement(containerPath);
+        JournalReserve::giveUp(containerPath);
     }
     return outcome;
 }

@@ -4,6 +4,7 @@
 #include "core/container/ContainerProbe.h"
 #include "core/container/DriveSpace.h"
 #include "core/container/IndexCipher.h"
+#include "core/container/JournalReserve.h"
 #include "core/container/PayloadStore.h"
 
 #include <QFileDevice>
@@ -28,10 +29,18 @@ void VaultSession::open(const QString& containerPath, SecretBytes masterKey, Vau
     m_containerPath = containerPath;
     m_access = access;
     m_open = true;
+    QByteArray header;
+    // Without it (the drive is full already), a change needs room of its own for its journal.
+    if (access == Access::ReadWrite && m_containerFile.readHeaderBytes(containerPath, header)) {
+        JournalReserve::hold(containerPath, header.size());
+    }
 }
 
 void VaultSession::close()
 {
+    if (m_open && m_access == Access::ReadWrite) {
+        JournalReserve::giveUp(m_containerPath);
+    }
     m_masterKey.clear();
     m_index.clear();
     m_open = false;
@@ -89,12 +98,13 @@ bool VaultSession::saveIndex(ContainerHeader& header, const VaultIndex& newIndex
     if (!indexCipher().sealInto(header, newIndex)) {
         return fail(Failure::Reason::NotEnoughMemory);
     }
-    if (!m_containerFile.rewriteHeader(m_containerPath, header, oldHeaderKept)) {
+    QString systemError;
+    if (!m_containerFile.rewriteHeader(m_containerPath, header, oldHeaderKept, &systemError)) {
         // Told apart only after the fact, so a change that fits pays for one serialisation.
         if (m_containerFile.serializeHeader(header).size() > ContainerFile::HeaderRegionSize) {
             return fail(Failure::Reason::IndexFull, m_containerPath);
         }
-        return failWrite(m_containerPath);
+        return failWrite(m_containerPath, systemError);
     }
     m_index = newIndex;
     return true;
@@ -146,9 +156,13 @@ bool VaultSession::failRead(const QString& containerPath)
 bool VaultSession::failWrite(const QString& path, const QFileDevice* device)
 {
     const bool told = device != nullptr && device->error() != QFileDevice::NoError;
-    const QString systemError = told ? device->errorString() : QString();
     // Qt reports a write the system cut short without its error: the drive took what fitted.
     const bool cutShort = device != nullptr && !told;
+    return failWrite(path, told ? device->errorString() : QString(), cutShort);
+}
+
+bool VaultSession::failWrite(const QString& path, const QString& systemError, bool cutShort)
+{
     // The file system's own limit first: a FAT drive may have room left and still refuse.
     if (systemError == qt_error_string(EFBIG)) {
         return fail(Failure::Reason::FileTooLargeForFileSystem, path, systemError);

@@ -94,6 +94,8 @@ public:
     // is told apart from other failures by the drive's free space and the system's error.
     // device is the file whose open or write failed, when the caller has it.
     bool failWrite(const QString& path, const QFileDevice* device = nullptr);
+    // The same from the system's words, for a write done out of sight (a journal).
+    bool failWrite(const QString& path, const QString& systemError, bool cutShort = false);
     // Refuses, before anything is written, growing the container by growth bytes past the largest
     // file its drive's file system can hold (FAT's 4 GiB), which no free space would make fit.
     bool checkGrowth(qint64 growth);

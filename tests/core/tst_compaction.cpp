@@ -218,7 +218,7 @@ void TestCompaction::aDamagedBlockChangesNothingAndIsNamed()
     QCOMPARE(TestFiles::read(m_fixture.container()), bytes);
     QCOMPARE(QDir(QFileInfo(m_fixture.container()).absolutePath())
                  .entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden),
-             QStringList{QStringLiteral("velmarin.vltx")});
+             QStringList({QStringLiteral("velmarin.vltx"), QStringLiteral("velmarin.vltx.reserve")}));
     QVERIFY(workFolders().isEmpty());
     QCOMPARE(m_fixture.vault().index().toJson(), index);
 

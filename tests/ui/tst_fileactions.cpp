@@ -755,7 +755,9 @@ void FileActionsTest::engineFailures()
     QCOMPARE(warning.title, title);
     QCOMPARE(warning.text, message);
     // The box's own text stays as it was; below it, the real reason: the drive, not an open file.
-    QCOMPARE(warning.informativeText, QStringLiteral("Não foi possível gravar na unidade do container."));
+    // The shim refuses the journal's write as a full drive does, and the system's words say so.
+    QCOMPARE(warning.informativeText, QStringLiteral("Não há espaço livre suficiente na unidade do container."
+                                                     "\n\nO sistema informou: No space left on device"));
     QCOMPARE(warning.icon, QMessageBox::Warning);
     if (!status.isEmpty()) {
         QCOMPARE(statusMessage(), status);
