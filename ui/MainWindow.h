@@ -145,6 +145,8 @@ private:
     void tellAboutRecovery();
     // Warns and answers true when another session holds the selected container.
     bool refuseIfInUse(const QString& title);
+    // After a lock: which edited copies went back under another name, their path being taken.
+    QString movedEditsText() const;
 
     // Copies of files opened for editing (MainWindowWorkspace.cpp).
     // Says why the vault's workspace cannot be used, after an unlock that opened the keys.

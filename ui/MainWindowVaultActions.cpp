@@ -212,7 +212,26 @@ void MainWindow::lockVault()
         MessageBoxes::warning(this, tr("Velmarin"), tr("Não foi possível limpar a área temporária."));
     }
     resetToRoot();
-    showOutcome(tr("Cofre bloqueado."));
+    showOutcome(tr("Cofre bloqueado.") + movedEditsText());
+}
+
+QString MainWindow::movedEditsText() const
+{
+    const QList<QPair<QString, QString>>& moved = m_vault.movedEdits();
+    if (moved.size() == 1) {
+        return QLatin1Char(' ') + tr("A cópia editada de %1 foi guardada como %2, pois o caminho original "
+                                     "agora é ocupado por outro item.")
+                                      .arg(moved.constFirst().first, moved.constFirst().second);
+    }
+    QStringList names;
+    for (const auto& [openedAs, storedAs] : moved) {
+        names.append(tr("%1 como %2").arg(openedAs, storedAs));
+    }
+    return names.isEmpty()
+               ? QString()
+               : QLatin1Char(' ') + tr("Cópias editadas guardadas com outro nome, pois os caminhos "
+                                       "originais agora são ocupados por outros itens: %1.")
+                                        .arg(names.join(QStringLiteral("; ")));
 }
 
 void MainWindow::backupContainer()

@@ -86,6 +86,9 @@ public:
     // Imports each leftover copy under its vault path, then wipes them all. False when one could not
     // be stored: those not stored stay for the next unlock.
     bool bringBackLeftoverEdits();
+    // Copies the last lock or bring-back stored under a free name beside their own, because a
+    // folder had taken their path: (opened as, stored as).
+    const QList<QPair<QString, QString>>& movedEdits() const { return m_edits.moved(); }
     bool discardLeftoverEdits();
     // Workspaces of other containers that sessions left with copies in them (see Workspace).
     QStringList strayWorkspaces() const { return Workspace::strayWorkspaces(m_workspace.root()); }

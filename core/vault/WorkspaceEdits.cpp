@@ -9,8 +9,42 @@
 
 #include <QFile>
 #include <QFileInfo>
+#include <QHash>
 
 namespace Velmarin::Core {
+
+namespace {
+
+bool isTaken(const QString& path, const VaultIndex& index, const QStringList& taken)
+{
+    return index.fileExists(path) || index.directoryExists(path) || index.crossesFile(path) ||
+           taken.contains(path, Qt::CaseInsensitive);
+}
+
+// Where a copy goes back: its own vault path, or, when a folder took that path while the copy was
+// open (or a file took the place of its folder), the first free name beside it, "nota (2).txt", so
+// that no lock strands an edit. A folder that became a file leaves only the vault's root.
+QString homeFor(const QString& vaultPath, const VaultIndex& index, const QStringList& taken)
+{
+    if (!index.directoryExists(vaultPath) && !index.crossesFile(vaultPath) &&
+        !taken.contains(vaultPath, Qt::CaseInsensitive)) {
+        return vaultPath;
+    }
+    const QString folder = index.crossesFile(vaultPath) ? QString() : parentVaultPath(vaultPath);
+    const QString name = vaultFileName(vaultPath);
+    const qsizetype dot = name.lastIndexOf(QLatin1Char('.'));
+    const QString stem = dot > 0 ? name.left(dot) : name;
+    const QString suffix = dot > 0 ? name.mid(dot) : QString();
+    for (int number = 1;; ++number) {
+        const QString candidate = joinVaultPath(
+            folder, number == 1 ? name : QStringLiteral("%1 (%2)%3").arg(stem).arg(number).arg(suffix));
+        if (!isTaken(candidate, index, taken)) {
+            return candidate;
+        }
+    }
+}
+
+} // namespace
 
 WorkspaceEdits::WorkspaceEdits(VaultSession& session, Workspace& workspace, FileTransfer& transfer)
     : m_session(session)
@@ -75,17 +109,26 @@ bool WorkspaceEdits::bringBack(const QList<EditedFile>& copies)
     if (copies.isEmpty()) {
         return true;
     }
+    m_moved.clear();
     QList<ImportItem> items;
+    // The vault path each copy is stored under -> the one it was opened from.
+    QHash<QString, QString> openedAs;
+    QStringList homes;
     for (const EditedFile& edited : copies) {
-        items.append(
-            ImportItem{edited.localPath, edited.vaultPath, QFileInfo(edited.localPath).size(), false});
+        const QString home = homeFor(edited.vaultPath, m_session.index(), homes);
+        homes.append(home);
+        openedAs.insert(home, edited.vaultPath);
+        if (home != edited.vaultPath) {
+            m_moved.append({edited.vaultPath, home});
+        }
+        items.append(ImportItem{edited.localPath, home, QFileInfo(edited.localPath).size(), false});
     }
     // The first copy that could not be stored names the failure; the others still go in.
     Failure firstCause;
     QString firstPath;
     ImportBatch::Handler handler;
-    handler.open = [this](const ImportItem& item, QFile& copy, QDateTime* modified) {
-        if (!m_workspace.openCopy(item.vaultPath, copy)) {
+    handler.open = [this, &openedAs](const ImportItem& item, QFile& copy, QDateTime* modified) {
+        if (!m_workspace.openCopy(openedAs.value(item.vaultPath), copy)) {
             return false;
         }
         *modified = PrivateFolder::modified(copy);
@@ -101,6 +144,7 @@ bool WorkspaceEdits::bringBack(const QList<EditedFile>& copies)
     if (outcome.succeeded()) {
         return true;
     }
+    m_moved.clear();
     if (firstPath.isEmpty()) {
         firstCause = m_session.failure();
         firstPath = outcome.stoppedAt >= 0 && outcome.stoppedAt < items.size()

@@ -3,6 +3,7 @@
 #include "core/workspace/EditedFile.h"
 
 #include <QList>
+#include <QPair>
 #include <QString>
 
 namespace Velmarin::Core {
@@ -26,6 +27,9 @@ public:
     bool bringBackChanged();
     // The same for the copies an earlier session left, which are wiped once all are stored.
     bool bringBackLeftovers();
+    // After a bring-back that stored everything: the copies stored under another name because
+    // their own path had become a folder (or their folder a file), as (opened as, stored as).
+    const QList<QPair<QString, QString>>& moved() const { return m_moved; }
 
 private:
     // Imports the copies, read through the workspace's own folders; the failure names the first
@@ -35,6 +39,7 @@ private:
     VaultSession& m_session;
     Workspace& m_workspace;
     FileTransfer& m_transfer;
+    QList<QPair<QString, QString>> m_moved;
 };
 
 } // namespace Velmarin::Core

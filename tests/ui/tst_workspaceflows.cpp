@@ -4,6 +4,7 @@
 #include "WindowFixture.h"
 #include "core/vault/VaultManager.h"
 
+#include <QBuffer>
 #include <QStatusBar>
 #include <QTableWidget>
 #include <QtTest>
@@ -45,6 +46,7 @@ class WorkspaceFlowsTest : public QObject
 
 private Q_SLOTS:
     void cleanup();
+    void anEditWhosePathBecameAFolderIsStoredBesideItAtLock();
     void unlockOffersEditsLeftBehind_data();
     void unlockOffersEditsLeftBehind();
     void aWorkspaceThatIsNotPrivateIsExplained();
@@ -204,6 +206,36 @@ void WorkspaceFlowsTest::leftoversOfOtherVaultsAreOfferedForRemovalAtStart()
         QCOMPARE(window.statusBar()->currentMessage(),
                  QStringLiteral("Cópias deixadas por sessões anteriores apagadas."));
     }
+}
+
+void WorkspaceFlowsTest::anEditWhosePathBecameAFolderIsStoredBesideItAtLock()
+{
+    QVERIFY(m_fixture.setUp({}, {{QStringLiteral("notas.txt"), "texto"}}));
+    QVERIFY(m_fixture.unlock());
+    QVERIFY(m_fixture.selectRow(QStringLiteral("notas.txt")));
+    m_fixture.action(QStringLiteral("Abrir"))->trigger();
+    QCOMPARE(m_fixture.fakes().urls->opened.size(), 1);
+    QVERIFY(editCopy(m_fixture.fakes().urls->opened.first().toLocalFile(), "texto editado"));
+    // While the copy is open, the file is deleted and a folder takes its name.
+    QVERIFY(m_fixture.selectRow(QStringLiteral("notas.txt")));
+    m_fixture.driver().expectMessage(QStringLiteral("Sim"));
+    m_fixture.action(QStringLiteral("Excluir..."))->trigger();
+    m_fixture.driver().expectInput(QStringLiteral("notas.txt"));
+    m_fixture.action(QStringLiteral("Nova pasta..."))->trigger();
+    QCOMPARE(m_fixture.names(), QStringList({QStringLiteral("notas.txt")}));
+
+    m_fixture.action(QStringLiteral("Bloquear"))->trigger();
+    QVERIFY(!m_fixture.window().isVaultUnlocked());
+    QCOMPARE(m_fixture.window().statusBar()->currentMessage(),
+             QStringLiteral("Cofre bloqueado. A cópia editada de notas.txt foi guardada como notas (2).txt, "
+                            "pois o caminho original agora é ocupado por outro item."));
+    Core::VaultManager vault;
+    QVERIFY(vault.unlock(m_fixture.container(), TestFiles::password(), Core::VaultManager::Access::ReadOnly));
+    QVERIFY(vault.directoryExists(QStringLiteral("notas.txt")));
+    QBuffer stored;
+    QVERIFY(stored.open(QIODevice::WriteOnly));
+    QVERIFY(vault.exportFile(QStringLiteral("notas (2).txt"), &stored));
+    QCOMPARE(stored.data(), QByteArray("texto editado"));
 }
 
 QTEST_MAIN(WorkspaceFlowsTest)
