@@ -21,11 +21,22 @@ constexpr qint64 GrowthMargin = 64 * 1024;
 bool allocate(QFile& file, qint64 size)
 {
 #ifdef Q_OS_UNIX
-    // glibc writes a byte per block itself where the file system cannot allocate (FUSE).
-    if (posix_fallocate(file.handle(), 0, size) != 0) {
+    if (posix_fallocate(file.handle(), 0, size) == 0) {
+        return file.size() == size || file.resize(size);
+    }
+    // Some FUSE file systems (FAT through fusefat) neither allocate nor take a write past the end:
+    // the room is taken by writing it, in order.
+    if (!file.resize(0)) {
         return false;
     }
-    return file.size() == size || file.resize(size);
+    const QByteArray zeros(64 * 1024, '\0');
+    for (qint64 left = size; left > 0; left -= zeros.size()) {
+        const qint64 piece = qMin<qint64>(left, zeros.size());
+        if (file.write(zeros.constData(), piece) != piece) {
+            return false;
+        }
+    }
+    return file.flush();
 #else
     // Windows gives a file grown by SetEndOfFile its clusters at once.
     return file.resize(size);

@@ -4,6 +4,7 @@
 #include "core/container/ContainerJournal.h"
 #include "core/container/ContainerLock.h"
 #include "core/container/ContainerRecovery.h"
+#include "core/container/DriveSpace.h"
 #include "core/container/IndexCipher.h"
 #include "core/container/PayloadStore.h"
 #include "core/index/ByteCount.h"
@@ -11,16 +12,16 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QStorageInfo>
 #include <QTemporaryDir>
 
 namespace Velmarin::Core {
 
 VaultCompactor::VaultCompactor(const ContainerFile& containerFile, const IndexCipher& cipher,
-                               const PayloadStore& store)
+                               const PayloadStore& store, ContainerLock* heldLock)
     : m_containerFile(containerFile)
     , m_cipher(cipher)
     , m_store(store)
+    , m_heldLock(heldLock)
 {}
 
 bool VaultCompactor::compact(const QString& containerPath, const VaultIndex& liveIndex,
@@ -63,9 +64,14 @@ bool VaultCompactor::compact(const QString& containerPath, const VaultIndex& liv
         return false;
     }
     QString kept;
-    const bool replaced = hasRoomBeside(containerPath, QFileInfo(newPath).size())
-                              ? replaceBeside(newPath, containerPath, progress)
-                              : replaceInTurn(newPath, containerPath, progress, kept);
+    const DriveSpace drive = DriveSpace::of(containerPath);
+    // A drive that does not tell its free space (FAT through FUSE) is tried beside first: a copy
+    // that does not fit is removed, and the old container was never touched.
+    const bool replaced =
+        drive.hasRoomFor(QFileInfo(newPath).size() + RoomMargin)
+            ? replaceBeside(newPath, containerPath, progress) ||
+                  (!drive.available && replaceInTurn(newPath, containerPath, progress, kept))
+            : replaceInTurn(newPath, containerPath, progress, kept);
     if (!replaced) {
         // A preserved container keeps its folder, asked for or not: it is the only whole copy.
         if (kept.isEmpty()) {
@@ -78,12 +84,6 @@ bool VaultCompactor::compact(const QString& containerPath, const VaultIndex& liv
     compactedIndex = newIndex;
     workFolder.remove();
     return true;
-}
-
-bool VaultCompactor::hasRoomBeside(const QString& containerPath, qint64 newSize)
-{
-    const QStorageInfo drive(QFileInfo(containerPath).absolutePath());
-    return drive.isValid() && drive.bytesAvailable() >= newSize + RoomMargin;
 }
 
 bool VaultCompactor::replaceBeside(const QString& newPath, const QString& containerPath,
@@ -121,6 +121,9 @@ bool VaultCompactor::replaceInTurn(const QString& newPath, const QString& contai
         journalLock.acquire(ContainerJournal::pathFor(containerPath)) != ContainerLock::Result::Acquired) {
         ContainerJournal::remove(containerPath);
         return false;
+    }
+    if (m_heldLock != nullptr) {
+        m_heldLock->release();
     }
     if (!FileSync::removeFile(containerPath)) {
         journalLock.release();

@@ -12,6 +12,8 @@ class QFile;
 
 namespace Velmarin::Core {
 
+class ContainerLock;
+
 class ContainerFile;
 class IndexCipher;
 class PayloadStore;
@@ -35,7 +37,10 @@ public:
     static constexpr qint64 RoomMargin = 1048576;
 
     // store reads the blocks of the container being compacted (its key and associated data).
-    VaultCompactor(const ContainerFile& containerFile, const IndexCipher& cipher, const PayloadStore& store);
+    // heldLock, when given, is the session's lock on the container: let go of before a swap in turn
+    // removes the container, since an open file keeps its room on the drive until it is closed.
+    VaultCompactor(const ContainerFile& containerFile, const IndexCipher& cipher, const PayloadStore& store,
+                   ContainerLock* heldLock = nullptr);
 
     // On success compactedIndex holds the index with the blocks' new offsets. A damaged block (one
     // that cannot be read or does not authenticate) stops the compaction before anything on the
@@ -51,7 +56,6 @@ private:
                         const ProgressCallback& progress, VaultIndex& newIndex,
                         QStringList& damagedFiles) const;
     bool verify(const QString& newPath, const VaultIndex& liveIndex) const;
-    static bool hasRoomBeside(const QString& containerPath, qint64 newSize);
     bool replaceBeside(const QString& newPath, const QString& containerPath,
                        const ProgressCallback& progress) const;
     // preservedPath names the local copy when the drive was left without a whole container.
@@ -62,6 +66,7 @@ private:
     const ContainerFile& m_containerFile;
     const IndexCipher& m_cipher;
     const PayloadStore& m_store;
+    ContainerLock* m_heldLock;
 };
 
 } // namespace Velmarin::Core

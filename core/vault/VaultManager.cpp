@@ -372,15 +372,17 @@ bool VaultManager::compactVault(const ProgressCallback& progress, QString* prese
     }
     const IndexCipher cipher = m_session.indexCipher();
     const PayloadStore store = m_session.payloadStore();
-    const VaultCompactor compactor(m_session.containerFile(), cipher, store);
+    const VaultCompactor compactor(m_session.containerFile(), cipher, store, &m_session.lock());
     VaultIndex compacted;
     if (!ContainerLock::SurvivesReplacement) {
         m_session.lock().release();
     }
     const bool done = compactor.compact(m_session.containerPath(), m_session.index(), progress, preservedPath,
                                         compacted, damagedFiles);
-    // The container may be a new file now; the lock goes onto whatever holds the vault.
+    // The container may be a new file now; the lock goes onto whatever holds the vault, and a
+    // journal that took the reserve's room gave it up.
     m_session.lock().acquire(m_session.containerPath());
+    m_session.holdReserve();
     if (!done) {
         if (damagedFiles != nullptr && !damagedFiles->isEmpty()) {
             return m_session.fail(Failure::Reason::Damaged, damagedFiles->constFirst());

@@ -29,10 +29,17 @@ void VaultSession::open(const QString& containerPath, SecretBytes masterKey, Vau
     m_containerPath = containerPath;
     m_access = access;
     m_open = true;
+    if (access == Access::ReadWrite) {
+        holdReserve();
+    }
+}
+
+void VaultSession::holdReserve()
+{
     QByteArray header;
     // Without it (the drive is full already), a change needs room of its own for its journal.
-    if (access == Access::ReadWrite && m_containerFile.readHeaderBytes(containerPath, header)) {
-        JournalReserve::hold(containerPath, header.size());
+    if (m_containerFile.readHeaderBytes(m_containerPath, header)) {
+        JournalReserve::hold(m_containerPath, header.size());
     }
 }
 

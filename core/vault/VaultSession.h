@@ -41,6 +41,9 @@ public:
     void name(const QString& containerPath) { m_containerPath = containerPath; }
     // Wipes the keys and the index and gives up the container.
     void close();
+    // Takes the room of the next journal beside the container (see JournalReserve), sized for the
+    // header as it is; a session open for changes holds it from unlock to lock.
+    void holdReserve();
 
     bool isOpen() const { return m_open; }
     // Open, and not read-only.

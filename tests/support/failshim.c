@@ -9,7 +9,9 @@
  *                         EROFS, as on a drive mounted read-only or with its write switch on)
  *                         ("corrupt" writes every byte inverted, as a failing medium would),
  *                         no-room (every statvfs answers that no byte is free, whatever the path:
- *                         the system asks about the root of a file system, not the path given)
+ *                         the system asks about the root of a file system, not the path given),
+ *                         no-size (every statvfs answers with no blocks at all, as a FUSE mount of
+ *                         FAT does: the free space is not told)
  *   VELMARIN_FAIL_AFTER   bytes a matching descriptor may write (or read) before "write" ("read")
  *                         fails (default 0)
  * Failures look like a full device (ENOSPC) or a vanished drive (EIO), as the system would report.
@@ -323,6 +325,11 @@ int statvfs(const char* path, struct statvfs* out)
         out->f_bavail = 0;
         out->f_bfree = 0;
     }
+    if (result == 0 && fails("no-size")) {
+        out->f_blocks = 0;
+        out->f_bavail = 0;
+        out->f_bfree = 0;
+    }
     return result;
 }
 
@@ -331,6 +338,11 @@ int statvfs64(const char* path, struct statvfs64* out)
     REAL("statvfs64", StatVfs64Fn);
     int result = real(path, out);
     if (result == 0 && fails("no-room")) {
+        out->f_bavail = 0;
+        out->f_bfree = 0;
+    }
+    if (result == 0 && fails("no-size")) {
+        out->f_blocks = 0;
         out->f_bavail = 0;
         out->f_bfree = 0;
     }
