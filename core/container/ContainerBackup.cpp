@@ -6,8 +6,6 @@
 #include <QByteArray>
 #include <QFileInfo>
 
-#include <cerrno>
-
 namespace Velmarin::Core {
 
 ContainerBackup::ContainerBackup(const QString& sourcePath, const QString& destinationPath)
@@ -36,7 +34,7 @@ bool ContainerBackup::copy(const Progress& progress)
 {
     bool copied = copyChunks(progress) && FileSync::flushToDevice(m_destination);
     m_refusedSize = !copied && m_destination.error() != QFileDevice::NoError &&
-                    m_destination.errorString() == qt_error_string(EFBIG);
+                    DriveSpace::isSizeRefusal(m_destination.errorString());
     m_source.close();
     m_destination.close();
     // A new backup's name is only on the device once its folder is.

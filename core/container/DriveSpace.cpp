@@ -3,6 +3,8 @@
 #include <QFileInfo>
 #include <QStorageInfo>
 
+#include <cerrno>
+
 namespace Velmarin::Core {
 
 DriveSpace DriveSpace::of(const QString& path)
@@ -35,6 +37,20 @@ std::optional<qint64> DriveSpace::largestFileOn(const QByteArray& fileSystemType
         }
     }
     return std::nullopt;
+}
+
+bool DriveSpace::isSizeRefusal(const QString& systemError)
+{
+    if (systemError.isEmpty()) {
+        return false;
+    }
+#ifdef Q_OS_WIN
+    // ERROR_FILE_TOO_LARGE, which Windows gives for a FAT file past 4 GiB; Qt words Windows errors.
+    constexpr int FileTooLarge = 223;
+    return systemError == qt_error_string(FileTooLarge);
+#else
+    return systemError == qt_error_string(EFBIG);
+#endif
 }
 
 } // namespace Velmarin::Core

@@ -29,6 +29,10 @@ struct DriveSpace
     // tells no limit worth checking.
     static std::optional<qint64> largestFileOn(const QByteArray& fileSystemType);
 
+    // Whether the system's words for a failed write say the file passed its file system's largest:
+    // EFBIG, or ERROR_FILE_TOO_LARGE on Windows.
+    static bool isSizeRefusal(const QString& systemError);
+
     bool holdsFileOf(qint64 size) const { return !largestFile || size <= *largestFile; }
     bool hasRoomFor(qint64 bytes) const { return !available || bytes <= *available; }
 };

@@ -99,6 +99,10 @@ bool VaultCompactor::replaceBeside(const QString& newPath, const QString& contai
         FileSync::removeFile(replacement);
         return false;
     }
+    // The name holds a new file now: the session's lock goes onto it.
+    if (m_heldLock != nullptr) {
+        m_heldLock->acquire(containerPath);
+    }
     return true;
 }
 
@@ -133,6 +137,10 @@ bool VaultCompactor::replaceInTurn(const QString& newPath, const QString& contai
     if (!FileSync::copyFile(newPath, containerPath, swapProgress(progress))) {
         preservedPath = newPath;
         return false;
+    }
+    // The session's lock goes onto the new container while the journal's still keeps others out.
+    if (m_heldLock != nullptr) {
+        m_heldLock->acquire(containerPath);
     }
     journalLock.release();
     // The new container is whole; a journal that cannot go now is stale and the next unlock removes it.

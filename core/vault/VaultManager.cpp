@@ -379,9 +379,11 @@ bool VaultManager::compactVault(const ProgressCallback& progress, QString* prese
     }
     const bool done = compactor.compact(m_session.containerPath(), m_session.index(), progress, preservedPath,
                                         compacted, damagedFiles);
-    // The container may be a new file now; the lock goes onto whatever holds the vault, and a
-    // journal that took the reserve's room gave it up.
-    m_session.lock().acquire(m_session.containerPath());
+    // Where the compactor could not put the lock back on the container (or let go of it up front),
+    // it goes onto whatever holds the vault now; a journal that took the reserve's room gave it up.
+    if (!m_session.lock().isHeld()) {
+        m_session.lock().acquire(m_session.containerPath());
+    }
     m_session.holdReserve();
     if (!done) {
         if (damagedFiles != nullptr && !damagedFiles->isEmpty()) {

@@ -132,6 +132,13 @@ bool VaultSession::takeLock(ContainerLock& lock, const QString& containerPath)
 {
     switch (lock.acquire(containerPath)) {
     case ContainerLock::Result::Acquired:
+        // A compaction elsewhere is copying a new container into place: its journal's lock, held
+        // meanwhile, stands for the container's, which the half-copied file cannot yet carry.
+        if (ContainerRecovery::hasJournal(containerPath) &&
+            ContainerLock::isInUse(ContainerJournal::pathFor(containerPath))) {
+            lock.release();
+            return fail(Failure::Reason::InUse, containerPath);
+        }
         return true;
     case ContainerLock::Result::InUse:
         return fail(Failure::Reason::InUse, containerPath);
@@ -171,7 +178,7 @@ bool VaultSession::failWrite(const QString& path, const QFileDevice* device)
 bool VaultSession::failWrite(const QString& path, const QString& systemError, bool cutShort)
 {
     // The file system's own limit first: a FAT drive may have room left and still refuse.
-    if (systemError == qt_error_string(EFBIG)) {
+    if (DriveSpace::isSizeRefusal(systemError)) {
         return fail(Failure::Reason::FileTooLargeForFileSystem, path, systemError);
     }
     const DriveSpace drive = DriveSpace::of(path);

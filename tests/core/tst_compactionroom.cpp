@@ -3,6 +3,9 @@
 #include "FailureInjection.h"
 #include "MountedDrive.h"
 #include "TestFiles.h"
+#include "core/container/ContainerFile.h"
+#include "core/container/ContainerJournal.h"
+#include "core/container/ContainerLock.h"
 #include "core/vault/VaultManager.h"
 
 #include <QDir>
@@ -19,11 +22,6 @@ namespace {
 
 constexpr qint64 MiB = 1024 * 1024;
 
-QStringList onDrive(const MountedDrive& drive)
-{
-    return QDir(drive.path()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden);
-}
-
 } // namespace
 
 class CompactionRoomTest : public QObject
@@ -37,6 +35,7 @@ private Q_SLOTS:
     void aDriveWithRoomForOneContainerIsCompactedInTurn();
     void aDriveThatDoesNotTellItsRoomIsTriedBesideFirst();
     void aDriveThatDoesNotTellItsRoomAndHasNoneGoesInTurn();
+    void noSessionOpensWhileAnotherSwapsTheContainerInTurn();
 
 private:
     // A vault on a tmpfs of driveSize: a 20 MiB file deleted, an 8 MiB one kept.
@@ -98,7 +97,7 @@ bool CompactionRoomTest::compactsAndKeepsTheFile()
     const QString back = m_local->filePath(QStringLiteral("de-volta.bin"));
     return m_vault->exportFile(QStringLiteral("mantido.bin"), back) &&
            TestFiles::sameContents(back, m_kept) && m_vault->lock() &&
-           onDrive(*m_drive) == QStringList({QStringLiteral("velmarin.vltx")});
+           m_drive->rootNames() == QStringList({QStringLiteral("velmarin.vltx")});
 }
 
 void CompactionRoomTest::aDriveWithRoomForOneContainerIsCompactedInTurn()
@@ -129,6 +128,32 @@ void CompactionRoomTest::aDriveThatDoesNotTellItsRoomAndHasNoneGoesInTurn()
     // The copy beside finds the drive full, is removed, and the swap in turn follows.
     const FailureInjection injection(QStringLiteral("no-such-file$"), "no-size");
     QVERIFY(compactsAndKeepsTheFile());
+}
+
+void CompactionRoomTest::noSessionOpensWhileAnotherSwapsTheContainerInTurn()
+{
+    const QString container = m_local->filePath(QStringLiteral("velmarin.vltx"));
+    QVERIFY(TestFiles::copyEmptyVault(container));
+    QByteArray header;
+    QVERIFY(Core::ContainerFile().readHeaderBytes(container, header));
+    // What a compaction elsewhere holds while it copies the new container into place.
+    QVERIFY(Core::ContainerJournal::forCompaction(header, QFileInfo(container).size(), header,
+                                                  QFileInfo(container).size(),
+                                                  m_local->filePath(QStringLiteral("copia.vltx")))
+                .write(container));
+    Core::ContainerLock swapping;
+    QCOMPARE(swapping.acquire(Core::ContainerJournal::pathFor(container)),
+             Core::ContainerLock::Result::Acquired);
+    for (const auto access : {Core::VaultManager::Access::ReadOnly, Core::VaultManager::Access::ReadWrite}) {
+        Core::VaultManager other;
+        QVERIFY(!other.unlock(container, TestFiles::password(), access));
+        QCOMPARE(other.lastFailure().reason, Core::Failure::Reason::InUse);
+    }
+    swapping.release();
+    // Once the swap is over, its journal is only stale.
+    Core::VaultManager after;
+    QVERIFY(after.unlock(container, TestFiles::password()));
+    QVERIFY(!QFileInfo::exists(Core::ContainerJournal::pathFor(container)));
 }
 
 QTEST_GUILESS_MAIN(CompactionRoomTest)
