@@ -211,6 +211,9 @@ bool ContainerFile::rewriteHeader(const QString& path, const ContainerHeader& he
     // unlock removes it.
     ContainerJournal::removeFinished(path);
     retakeReserve(newHeader.size());
+    if (!tookReserve && JournalReserve::isShortFor(path, newHeader.size())) {
+        JournalReserve::hold(path, newHeader.size());
+    }
     return true;
 }
 

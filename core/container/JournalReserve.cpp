@@ -1,9 +1,11 @@
 #include "core/container/JournalReserve.h"
 
+#include "core/container/ContainerFile.h"
+
 #include <QFile>
 #include <QFileInfo>
 
-#ifdef Q_OS_UNIX
+#ifdef Q_OS_LINUX
 #include <fcntl.h>
 #endif
 
@@ -20,10 +22,17 @@ constexpr qint64 GrowthMargin = 64 * 1024;
 // systems, which a full drive would then refuse to fill.
 bool allocate(QFile& file, qint64 size)
 {
-#ifdef Q_OS_UNIX
-    if (posix_fallocate(file.handle(), 0, size) == 0) {
+#if defined(Q_OS_WIN)
+    // Windows gives a file grown by SetEndOfFile its clusters at once.
+    return file.resize(size);
+#else
+#if defined(Q_OS_LINUX)
+    // The system call itself: glibc's posix_fallocate would fall back to writing single bytes far
+    // apart, which fusefat refuses and then hangs on.
+    if (fallocate(file.handle(), 0, 0, size) == 0) {
         return file.size() == size || file.resize(size);
     }
+#endif
     // Some FUSE file systems (FAT through fusefat) neither allocate nor take a write past the end:
     // the room is taken by writing it, in order.
     if (!file.resize(0)) {
@@ -37,10 +46,20 @@ bool allocate(QFile& file, qint64 size)
         }
     }
     return file.flush();
-#else
-    // Windows gives a file grown by SetEndOfFile its clusters at once.
-    return file.resize(size);
 #endif
+}
+
+// A file of the reserve's name that no reserve could be (a link, a folder, something larger than
+// the largest header's journal) is someone else's, and is never resized or removed.
+bool mayBeOurs(const QString& path)
+{
+    const QFileInfo info(path);
+    if (!info.exists() && !info.isSymLink()) {
+        return true;
+    }
+    return !info.isSymLink() && info.isFile() &&
+           info.size() <=
+               JournalReserve::sizeFor(ContainerFile::LengthDigits + 1 + ContainerFile::HeaderRegionSize);
 }
 
 } // namespace
@@ -57,6 +76,9 @@ qint64 JournalReserve::sizeFor(qint64 headerSize)
 
 bool JournalReserve::hold(const QString& containerPath, qint64 headerSize)
 {
+    if (!mayBeOurs(pathFor(containerPath))) {
+        return false;
+    }
     QFile file(pathFor(containerPath));
     if (!file.open(QIODevice::ReadWrite)) {
         return false;
@@ -78,7 +100,13 @@ bool JournalReserve::isHeld(const QString& containerPath)
 bool JournalReserve::giveUp(const QString& containerPath)
 {
     const QString path = pathFor(containerPath);
-    return QFile::remove(path) || !QFileInfo::exists(path);
+    return mayBeOurs(path) && (QFile::remove(path) || !QFileInfo::exists(path));
+}
+
+bool JournalReserve::isShortFor(const QString& containerPath, qint64 headerSize)
+{
+    const QFileInfo info(pathFor(containerPath));
+    return info.exists() && info.size() < headerSize + JournalOverhead;
 }
 
 } // namespace Velmarin::Core

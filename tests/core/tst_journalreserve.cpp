@@ -60,6 +60,7 @@ class JournalReserveTest : public QObject
 private Q_SLOTS:
     void isHeldWhileTheVaultIsOpenForChangesOnly();
     void aReserveLeftByASessionThatNeverLockedIsTakenOver();
+    void aFileOfItsNameThatNoReserveCouldBeIsLeftAlone();
     void recoveryNeverTakesTheReserveForAJournal();
     void aFullDriveStillTakesChangesToTheIndex();
     void aFullDriveWithoutAReserveRefusesWithNoSpaceAndLosesNothing();
@@ -73,8 +74,6 @@ void JournalReserveTest::isHeldWhileTheVaultIsOpenForChangesOnly()
     QCOMPARE(reserve, fixture.container() + QStringLiteral(".reserve"));
     QVERIFY(QFileInfo::exists(reserve));
     QCOMPARE(QFileInfo(reserve).size(), JournalReserve::sizeFor(headerBytes(fixture.container()).size()));
-    // A journal for the header as it is fits in it, with room to grow.
-    QVERIFY(JournalReserve::sizeFor(0) > 4096);
     QVERIFY(fixture.vault().createFolder(QStringLiteral("Fotos")));
     QVERIFY(QFileInfo::exists(reserve));
     QVERIFY(fixture.vault().lock());
@@ -99,6 +98,39 @@ void JournalReserveTest::aReserveLeftByASessionThatNeverLockedIsTakenOver()
     QCOMPARE(QFileInfo(reserve).size(), JournalReserve::sizeFor(headerBytes(fixture.container()).size()));
     QVERIFY(fixture.vault().lock());
     QVERIFY(!QFileInfo::exists(reserve));
+}
+
+void JournalReserveTest::aFileOfItsNameThatNoReserveCouldBeIsLeftAlone()
+{
+    VaultFixture fixture;
+    QVERIFY(fixture.setUp());
+    const QString reserve = JournalReserve::pathFor(fixture.container());
+    QVERIFY(fixture.vault().lock());
+    // A link someone put on the stick, to a file of theirs.
+    const QString theirs = fixture.path(QStringLiteral("deles.txt"));
+    QVERIFY(TestFiles::write(theirs, "conteúdo de outra pessoa"));
+    QVERIFY(QFile::link(theirs, reserve));
+    QVERIFY(fixture.vault().unlock(fixture.container(), TestFiles::password()));
+    QVERIFY(fixture.vault().createFolder(QStringLiteral("Fotos")));
+    QVERIFY(fixture.vault().lock());
+    QVERIFY(QFileInfo(reserve).isSymLink());
+    QCOMPARE(TestFiles::read(theirs), QByteArray("conteúdo de outra pessoa"));
+    QCOMPARE(fixture.vault().recover(fixture.container()), VaultManager::Recovery::Nothing);
+    QVERIFY(QFileInfo(reserve).isSymLink());
+    QVERIFY(QFile::remove(reserve));
+
+    // A file larger than any reserve, and a folder, are not one either.
+    const QByteArray large = TestFiles::pattern(9 * MiB, 3);
+    QVERIFY(TestFiles::write(reserve, large));
+    QVERIFY(fixture.vault().unlock(fixture.container(), TestFiles::password()));
+    QVERIFY(fixture.vault().lock());
+    QCOMPARE(TestFiles::read(reserve), large);
+    QVERIFY(QFile::remove(reserve));
+    QVERIFY(QDir().mkdir(reserve));
+    QVERIFY(fixture.vault().unlock(fixture.container(), TestFiles::password()));
+    QVERIFY(fixture.vault().createFolder(QStringLiteral("Docs")));
+    QVERIFY(fixture.vault().lock());
+    QVERIFY(QFileInfo(reserve).isDir());
 }
 
 void JournalReserveTest::recoveryNeverTakesTheReserveForAJournal()
