@@ -106,10 +106,10 @@ bool WorkspaceEdits::bringBackLeftovers()
 
 bool WorkspaceEdits::bringBack(const QList<EditedFile>& copies)
 {
+    m_moved.clear();
     if (copies.isEmpty()) {
         return true;
     }
-    m_moved.clear();
     QList<ImportItem> items;
     // The vault path each copy is stored under -> the one it was opened from.
     QHash<QString, QString> openedAs;

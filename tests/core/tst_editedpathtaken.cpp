@@ -77,6 +77,9 @@ void EditedPathTakenTest::aCopyWhosePathBecameAFolderIsStoredBesideIt()
     QCOMPARE(m_fixture.exported(QStringLiteral("Docs/nota (2).txt")), QByteArray("editado"));
     QVERIFY(m_fixture.vault().directoryExists(QStringLiteral("Docs/nota.txt")));
     QVERIFY(m_fixture.vault().leftoverEdits().isEmpty());
+    // The next lock, with nothing edited, tells of no move.
+    QVERIFY(m_fixture.vault().lock());
+    QVERIFY(m_fixture.vault().movedEdits().isEmpty());
 }
 
 void EditedPathTakenTest::theNameBesideItSkipsNamesAlreadyTaken()
