@@ -87,7 +87,9 @@ QString FailureText::sentence(const Core::Failure& failure)
     case Reason::FileTooLargeForFileSystem:
         text = tr(
             "O container ficaria maior que 4 GB, o limite de tamanho de arquivo do sistema de arquivos FAT32 "
-            "desta unidade.\n\nFormate a unidade como exFAT ou NTFS para guardar mais de 4 GB no cofre.");
+            "desta unidade.\n\nFormate a unidade como exFAT ou NTFS para guardar mais de 4 GB no cofre, "
+            "depois de copiar o container para outro lugar: "
+            "formatar apaga tudo o que está na unidade.");
         break;
     case Reason::SourceUnreadable:
         text = tr("Não foi possível ler o arquivo %1.").arg(local);

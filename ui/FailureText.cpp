@@ -66,7 +66,9 @@ QString FailureText::sentence(Core::Failure::Reason reason, const QString& path)
     case Reason::FileTooLargeForFileSystem:
         return tr(
             "O container ficaria maior que 4 GB, o limite de tamanho de arquivo do sistema de arquivos FAT32 "
-            "desta unidade.\n\nFormate a unidade como exFAT ou NTFS para guardar mais de 4 GB no cofre.");
+            "desta unidade.\n\nFormate a unidade como exFAT ou NTFS para guardar mais de 4 GB no cofre, "
+            "depois de copiar o container para outro lugar: "
+            "formatar apaga tudo o que está na unidade.");
     case Reason::SourceUnreadable:
         return tr("Não foi possível ler %1.").arg(path);
     case Reason::SourceChanged:

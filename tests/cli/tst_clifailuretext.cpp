@@ -89,7 +89,9 @@ void TestCliFailureText::everyReasonHasItsSentenceAndCode_data()
     row("FileTooLargeForFileSystem", Reason::FileTooLargeForFileSystem, container,
         "O container ficaria maior que 4 GB, o limite de tamanho de arquivo do sistema de arquivos FAT32 "
         "desta "
-        "unidade.\n\nFormate a unidade como exFAT ou NTFS para guardar mais de 4 GB no cofre.",
+        "unidade.\n\nFormate a unidade como exFAT ou NTFS para guardar mais de 4 GB no cofre, depois de "
+        "copiar o container para outro lugar: "
+        "formatar apaga tudo o que está na unidade.",
         Failed);
     row("SourceUnreadable", Reason::SourceUnreadable, local,
         "Não foi possível ler o arquivo /home/ana/praia.jpg.", Failed);
