@@ -22,13 +22,9 @@ constexpr qint64 MiB = 1024 * 1024;
 
 const QString FatLimitText = QStringLiteral(
     "O container ficaria maior que 4 GB, o limite de tamanho de arquivo do sistema de arquivos FAT32 desta "
-    "unidade.\n\nFormate a unidade como exFAT ou NTFS para guardar mais de 4 GB no cofre.");
-
-bool makeSparse(const QString& path, qint64 size)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadWrite) && file.resize(size);
-}
+    "unidade.\n\nFormate a unidade como exFAT ou NTFS para guardar mais de 4 GB no cofre, depois de copiar o "
+    "container para outro lugar: "
+    "formatar apaga tudo o que está na unidade.");
 
 } // namespace
 
@@ -80,7 +76,7 @@ void TestCliDriveLimits::anImportPastFatsLimitIsRefusedBeforeAnythingIsWritten()
 {
     // 4.06 GiB.
     const QString film = m_local->filePath(QStringLiteral("filme.mkv"));
-    QVERIFY(makeSparse(film, Q_INT64_C(4359283343)));
+    QVERIFY(TestFiles::makeSparse(film, Q_INT64_C(4359283343)));
     const QByteArray before = TestFiles::read(m_container);
     const CliResult result = run({QStringLiteral("import"), m_container, film});
     QCOMPARE(result.exitCode, 1);
@@ -104,7 +100,7 @@ void TestCliDriveLimits::aBackupTooLargeForTheFatDriveIsRefused()
     const QString large = m_local->filePath(QStringLiteral("velmarin.vltx"));
     // A vault with 4 GiB of dead space after its payload, which takes no room on the computer.
     QVERIFY(TestFiles::copyEmptyVault(large));
-    QVERIFY(makeSparse(large, Q_INT64_C(4294967296)));
+    QVERIFY(TestFiles::makeSparse(large, Q_INT64_C(4294967296)));
     const QString destination = m_drive->filePath(QStringLiteral("copia.vltx"));
     const CliResult result = run({QStringLiteral("backup"), large, destination});
     QCOMPARE(result.exitCode, 1);

@@ -27,13 +27,6 @@ namespace {
 constexpr qint64 MiB = 1024 * 1024;
 constexpr qint64 FatLimit = Q_INT64_C(4294967295);
 
-// A file of size bytes that takes no room: only its size is ever looked at before the refusal.
-bool makeSparse(const QString& path, qint64 size)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadWrite) && file.resize(size);
-}
-
 } // namespace
 
 class FileSystemLimitTest : public QObject
@@ -121,7 +114,7 @@ void FileSystemLimitTest::importsPastTheFatLimitAreRefusedBeforeAnythingIsWritte
     QTemporaryDir local;
     const QString huge = local.filePath(QStringLiteral("huge.bin"));
     // 4.06 GiB: a film that fits the drive's free space but not one FAT file.
-    QVERIFY(makeSparse(huge, Q_INT64_C(4359283343)));
+    QVERIFY(TestFiles::makeSparse(huge, Q_INT64_C(4359283343)));
     const QString container = drive.filePath(QStringLiteral("velmarin.vltx"));
     QVERIFY(TestFiles::copyEmptyVault(container));
     const QByteArray before = TestFiles::read(container);
@@ -183,7 +176,7 @@ void FileSystemLimitTest::aBackupLargerThanTheLimitIsRefusedOnFat()
     }
     QTemporaryDir local;
     const QString large = local.filePath(QStringLiteral("velmarin.vltx"));
-    QVERIFY(makeSparse(large, FatLimit + 1));
+    QVERIFY(TestFiles::makeSparse(large, FatLimit + 1));
     Core::ContainerBackup tooLarge(large, drive.filePath(QStringLiteral("copia.vltx")));
     QVERIFY(tooLarge.openSource());
     QVERIFY(!tooLarge.fitsDestination());

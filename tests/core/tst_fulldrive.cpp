@@ -29,14 +29,6 @@ namespace {
 constexpr qint64 KiB = 1024;
 constexpr qint64 MiB = 1024 * KiB;
 
-QStringList rootNames(const QString& root)
-{
-    QStringList names =
-        QDir(root).entryList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot);
-    names.sort();
-    return names;
-}
-
 // Writes path until the drive refuses even one byte; the errno of that refusal.
 int fillUp(const QString& path)
 {
@@ -179,7 +171,7 @@ void FullDriveTest::anImportOnTheFullDriveIsRefusedAndChangesNothing()
     QVERIFY(everyFileExports(m_files));
 
     QVERIFY(m_vault.lock());
-    QCOMPARE(rootNames(m_drive->path()),
+    QCOMPARE(m_drive->rootNames(),
              QStringList({QStringLiteral("enchimento.bin"), QStringLiteral("velmarin.vltx")}));
     QCOMPARE(TestFiles::read(m_container), bytes);
     QVERIFY(m_vault.unlock(m_container, TestFiles::password()));
@@ -263,7 +255,7 @@ void FullDriveTest::anIndexOnlyChangeOnTheFullDriveLosesNothing()
 
     QVERIFY(m_vault.lock());
     // Done or refused, no journal stays on the drive, nor anything set aside for one.
-    QCOMPARE(rootNames(m_drive->path()),
+    QCOMPARE(m_drive->rootNames(),
              QStringList({QStringLiteral("enchimento.bin"), QStringLiteral("velmarin.vltx")}));
     QVERIFY(m_vault.unlock(m_container, TestFiles::password()));
     if (done) {

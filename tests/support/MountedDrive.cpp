@@ -77,6 +77,14 @@ MountedDrive::MountedDrive(Kind kind, qint64 size)
     }
 }
 
+QStringList MountedDrive::rootNames() const
+{
+    QStringList names =
+        QDir(m_mountPoint).entryList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot);
+    names.sort();
+    return names;
+}
+
 MountedDrive::~MountedDrive()
 {
     unmount();

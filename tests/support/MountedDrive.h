@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QString>
+#include <QStringList>
 #include <QTemporaryDir>
 
 namespace Velmarin::Tests {
@@ -29,6 +30,8 @@ public:
     // The drive's root.
     QString path() const { return m_mountPoint; }
     QString filePath(const QString& name) const { return m_mountPoint + QLatin1Char('/') + name; }
+    // Everything at the drive's root, hidden names included, sorted.
+    QStringList rootNames() const;
 
 private:
     bool mountFat32(const QString& image, qint64 size);

@@ -104,4 +104,10 @@ bool TestFiles::copyEmptyVault(const QString& path)
     return QFile::copy(templatePath, path);
 }
 
+bool TestFiles::makeSparse(const QString& path, qint64 size)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadWrite) && file.resize(size);
+}
+
 } // namespace Velmarin::Tests

@@ -16,6 +16,9 @@ public:
     static QByteArray pattern(qint64 size, quint32 seed);
     static bool writePattern(const QString& path, qint64 size, quint32 seed);
     static bool write(const QString& path, const QByteArray& bytes);
+    // Grows (or creates) path to size bytes without writing them: only its size is ever looked at,
+    // and it takes no room on most file systems.
+    static bool makeSparse(const QString& path, qint64 size);
     static QByteArray read(const QString& path);
     static bool sameContents(const QString& a, const QString& b);
 

@@ -24,13 +24,9 @@ constexpr qint64 MiB = 1024 * 1024;
 
 const QString FatLimitText = QStringLiteral(
     "O container ficaria maior que 4 GB, o limite de tamanho de arquivo do sistema de arquivos FAT32 desta "
-    "unidade.\n\nFormate a unidade como exFAT ou NTFS para guardar mais de 4 GB no cofre.");
-
-bool makeSparse(const QString& path, qint64 size)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadWrite) && file.resize(size);
-}
+    "unidade.\n\nFormate a unidade como exFAT ou NTFS para guardar mais de 4 GB no cofre, depois de copiar o "
+    "container para outro lugar: "
+    "formatar apaga tudo o que está na unidade.");
 
 } // namespace
 
@@ -74,7 +70,7 @@ void DriveLimitsTest::anImportPastFatsLimitIsRefusedBeforeAnythingIsWritten()
     QVERIFY(m_fixture.unlock());
     // 4.06 GiB: free space is no obstacle (fusefat tells none), one FAT file is.
     const QString film = m_fixture.path(QStringLiteral("filme.mkv"));
-    QVERIFY(makeSparse(film, Q_INT64_C(4359283343)));
+    QVERIFY(TestFiles::makeSparse(film, Q_INT64_C(4359283343)));
     m_fixture.fakes().dialogs->fileListAnswers.push_back({film});
     MessageRecord warning;
     m_fixture.driver().expectMessage(QStringLiteral("OK"), &warning);
@@ -126,7 +122,7 @@ void DriveLimitsTest::aBackupTooLargeForAFatDriveIsRefused()
     QVERIFY(QDir().mkpath(QFileInfo(large).absolutePath()));
     // A vault with 4 GiB of dead space after its payload, which takes no room on the computer.
     QVERIFY(TestFiles::copyEmptyVault(large));
-    QVERIFY(makeSparse(large, Q_INT64_C(4294967296)));
+    QVERIFY(TestFiles::makeSparse(large, Q_INT64_C(4294967296)));
     m_fixture.chooseContainer(large);
     const QString destination = drive.filePath(QStringLiteral("copia.vltx"));
     m_fixture.fakes().dialogs->fileAnswers.push_back(destination);
