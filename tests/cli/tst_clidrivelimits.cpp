@@ -53,7 +53,8 @@ void TestCliDriveLimits::init()
     QVERIFY(m_local->isValid());
     m_drive = std::make_unique<MountedDrive>(MountedDrive::Kind::Fat32, 64 * MiB);
     if (!m_drive->isMounted()) {
-        QSKIP(qPrintable(m_drive->skipReason()));
+        QTest::qSkip(qPrintable(m_drive->skipReason()), __FILE__, __LINE__);
+        return;
     }
     m_container = m_drive->filePath(QStringLiteral("velmarin.vltx"));
     QVERIFY(TestFiles::copyEmptyVault(m_container));

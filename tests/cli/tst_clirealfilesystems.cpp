@@ -48,7 +48,8 @@ void TestCliRealFileSystems::aWholeSessionOnTheStick()
     QFETCH(MountedDrive::Kind, kind);
     MountedDrive drive(kind, 96 * MiB);
     if (!drive.isMounted()) {
-        QSKIP(qPrintable(drive.skipReason()));
+        QTest::qSkip(qPrintable(drive.skipReason()), __FILE__, __LINE__);
+        return;
     }
     QTemporaryDir local;
     QVERIFY(local.isValid());

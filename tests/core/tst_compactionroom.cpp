@@ -105,7 +105,8 @@ void CompactionRoomTest::aDriveWithRoomForOneContainerIsCompactedInTurn()
     // 36 MiB of container on 48 MiB: the 16 MiB compacted one fits only once the old one is gone,
     // which the session's own open lock on it must not keep on the drive.
     if (!setUpDrive(48 * MiB)) {
-        QSKIP(qPrintable(m_drive->skipReason()));
+        QTest::qSkip(qPrintable(m_drive->skipReason()), __FILE__, __LINE__);
+        return;
     }
     QVERIFY(compactsAndKeepsTheFile());
 }
@@ -113,7 +114,8 @@ void CompactionRoomTest::aDriveWithRoomForOneContainerIsCompactedInTurn()
 void CompactionRoomTest::aDriveThatDoesNotTellItsRoomIsTriedBesideFirst()
 {
     if (!setUpDrive(96 * MiB)) {
-        QSKIP(qPrintable(m_drive->skipReason()));
+        QTest::qSkip(qPrintable(m_drive->skipReason()), __FILE__, __LINE__);
+        return;
     }
     // Removing the container, which only a swap in turn does, is refused: beside it must be.
     const FailureInjection injection(m_container + QLatin1Char('$'), "no-size,unlink");
@@ -123,7 +125,8 @@ void CompactionRoomTest::aDriveThatDoesNotTellItsRoomIsTriedBesideFirst()
 void CompactionRoomTest::aDriveThatDoesNotTellItsRoomAndHasNoneGoesInTurn()
 {
     if (!setUpDrive(48 * MiB)) {
-        QSKIP(qPrintable(m_drive->skipReason()));
+        QTest::qSkip(qPrintable(m_drive->skipReason()), __FILE__, __LINE__);
+        return;
     }
     // The copy beside finds the drive full, is removed, and the swap in turn follows.
     const FailureInjection injection(QStringLiteral("no-such-file$"), "no-size");

@@ -92,7 +92,8 @@ void FileSystemLimitTest::aFat32DriveThroughFuseTellsItsLimitButNoFreeSpace()
 {
     MountedDrive drive(MountedDrive::Kind::Fat32, 64 * MiB);
     if (!drive.isMounted()) {
-        QSKIP(qPrintable(drive.skipReason()));
+        QTest::qSkip(qPrintable(drive.skipReason()), __FILE__, __LINE__);
+        return;
     }
     const DriveSpace space = DriveSpace::of(drive.filePath(QStringLiteral("velmarin.vltx")));
     QVERIFY(space.ready);
@@ -109,7 +110,8 @@ void FileSystemLimitTest::importsPastTheFatLimitAreRefusedBeforeAnythingIsWritte
 {
     MountedDrive drive(MountedDrive::Kind::Fat32, 64 * MiB);
     if (!drive.isMounted()) {
-        QSKIP(qPrintable(drive.skipReason()));
+        QTest::qSkip(qPrintable(drive.skipReason()), __FILE__, __LINE__);
+        return;
     }
     QTemporaryDir local;
     const QString huge = local.filePath(QStringLiteral("huge.bin"));
@@ -149,7 +151,8 @@ void FileSystemLimitTest::theLimitItselfStillFits()
 {
     MountedDrive drive(MountedDrive::Kind::Fat32, 64 * MiB);
     if (!drive.isMounted()) {
-        QSKIP(qPrintable(drive.skipReason()));
+        QTest::qSkip(qPrintable(drive.skipReason()), __FILE__, __LINE__);
+        return;
     }
     const QString container = drive.filePath(QStringLiteral("velmarin.vltx"));
     QVERIFY(TestFiles::copyEmptyVault(container));
@@ -172,7 +175,8 @@ void FileSystemLimitTest::aBackupLargerThanTheLimitIsRefusedOnFat()
 {
     MountedDrive drive(MountedDrive::Kind::Fat32, 64 * MiB);
     if (!drive.isMounted()) {
-        QSKIP(qPrintable(drive.skipReason()));
+        QTest::qSkip(qPrintable(drive.skipReason()), __FILE__, __LINE__);
+        return;
     }
     QTemporaryDir local;
     const QString large = local.filePath(QStringLiteral("velmarin.vltx"));

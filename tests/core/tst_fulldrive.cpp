@@ -84,7 +84,8 @@ void FullDriveTest::init()
     QVERIFY(m_local->isValid());
     m_drive = std::make_unique<MountedDrive>(MountedDrive::Kind::Tmpfs, 48 * MiB);
     if (!m_drive->isMounted()) {
-        QSKIP(qPrintable(m_drive->skipReason()));
+        QTest::qSkip(qPrintable(m_drive->skipReason()), __FILE__, __LINE__);
+        return;
     }
     m_container = VaultManager::containerPathOn(m_drive->path());
     m_filler = m_drive->filePath(QStringLiteral("enchimento.bin"));

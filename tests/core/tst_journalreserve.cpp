@@ -160,7 +160,8 @@ void JournalReserveTest::aFullDriveStillTakesChangesToTheIndex()
 {
     MountedDrive drive(MountedDrive::Kind::Tmpfs, 24 * MiB);
     if (!drive.isMounted()) {
-        QSKIP(qPrintable(drive.skipReason()));
+        QTest::qSkip(qPrintable(drive.skipReason()), __FILE__, __LINE__);
+        return;
     }
     const QString container = drive.filePath(QStringLiteral("velmarin.vltx"));
     QVERIFY(TestFiles::copyEmptyVault(container));
@@ -194,7 +195,8 @@ void JournalReserveTest::aFullDriveWithoutAReserveRefusesWithNoSpaceAndLosesNoth
 {
     MountedDrive drive(MountedDrive::Kind::Tmpfs, 24 * MiB);
     if (!drive.isMounted()) {
-        QSKIP(qPrintable(drive.skipReason()));
+        QTest::qSkip(qPrintable(drive.skipReason()), __FILE__, __LINE__);
+        return;
     }
     const QString container = drive.filePath(QStringLiteral("velmarin.vltx"));
     QVERIFY(TestFiles::copyEmptyVault(container));

@@ -9,7 +9,8 @@ namespace Velmarin::Tests {
 // A real file system for a test, the kind a user's stick has: a FAT32 image through fusefat, an
 // exFAT image on a loop device through exfat-fuse, or a small tmpfs to fill to the last byte.
 // Unmounted when it goes. Where the machine lacks the tools, root, FUSE or loop devices, nothing is
-// mounted and skipReason() says why, for the test to print.
+// mounted and skipReason() says why, for the test to print (through QTest::qSkip: clang's
+// -Wpedantic rejects QSKIP's empty variadic argument in C++17).
 class MountedDrive
 {
 public:

@@ -60,7 +60,8 @@ void DriveLimitsTest::anImportPastFatsLimitIsRefusedBeforeAnythingIsWritten()
 {
     MountedDrive drive(MountedDrive::Kind::Fat32, 64 * MiB);
     if (!drive.isMounted()) {
-        QSKIP(qPrintable(drive.skipReason()));
+        QTest::qSkip(qPrintable(drive.skipReason()), __FILE__, __LINE__);
+        return;
     }
     QVERIFY(m_fixture.setUp());
     const QString container = drive.filePath(QStringLiteral("velmarin.vltx"));
@@ -115,7 +116,8 @@ void DriveLimitsTest::aBackupTooLargeForAFatDriveIsRefused()
 {
     MountedDrive drive(MountedDrive::Kind::Fat32, 64 * MiB);
     if (!drive.isMounted()) {
-        QSKIP(qPrintable(drive.skipReason()));
+        QTest::qSkip(qPrintable(drive.skipReason()), __FILE__, __LINE__);
+        return;
     }
     QVERIFY(m_fixture.setUp());
     const QString large = m_fixture.path(QStringLiteral("grande/velmarin.vltx"));
