@@ -101,11 +101,8 @@ bool MountedDrive::needs(const QStringList& programs)
     return true;
 }
 
-bool MountedDrive::mountFat32(const QString& image, qint64 size)
+bool MountedDrive::makeImage(const QString& image, qint64 size)
 {
-    if (!needs({QStringLiteral("mkfs.vfat"), QStringLiteral("fusefat"), QStringLiteral("fusermount")})) {
-        return false;
-    }
     if (!QFileInfo::exists(QStringLiteral("/dev/fuse"))) {
         m_skipReason = QStringLiteral("this machine has no /dev/fuse");
         return false;
@@ -115,7 +112,17 @@ bool MountedDrive::mountFat32(const QString& image, qint64 size)
         m_skipReason = QStringLiteral("no room for a %1-byte image").arg(size);
         return false;
     }
-    file.close();
+    return true;
+}
+
+bool MountedDrive::mountFat32(const QString& image, qint64 size)
+{
+    if (!needs({QStringLiteral("mkfs.vfat"), QStringLiteral("fusefat"), QStringLiteral("fusermount")})) {
+        return false;
+    }
+    if (!makeImage(image, size)) {
+        return false;
+    }
     if (!run(QStringLiteral("mkfs.vfat"), {QStringLiteral("-F"), QStringLiteral("32"), image})) {
         return false;
     }
@@ -134,16 +141,9 @@ bool MountedDrive::mountExfat(const QString& image, qint64 size)
         m_skipReason = QStringLiteral("a loop device needs root");
         return false;
     }
-    if (!QFileInfo::exists(QStringLiteral("/dev/fuse"))) {
-        m_skipReason = QStringLiteral("this machine has no /dev/fuse");
+    if (!makeImage(image, size)) {
         return false;
     }
-    QFile file(image);
-    if (!file.open(QIODevice::WriteOnly) || !file.resize(size)) {
-        m_skipReason = QStringLiteral("no room for a %1-byte image").arg(size);
-        return false;
-    }
-    file.close();
     QString loop;
     if (!run(QStringLiteral("mkfs.exfat"), {image}) ||
         !run(QStringLiteral("losetup"), {QStringLiteral("-f"), QStringLiteral("--show"), image}, &loop)) {

@@ -35,6 +35,8 @@ public:
     QStringList rootNames() const;
 
 private:
+    // An empty image of size bytes for a FUSE file system, or the reason there can be none.
+    bool makeImage(const QString& image, qint64 size);
     bool mountFat32(const QString& image, qint64 size);
     bool mountExfat(const QString& image, qint64 size);
     bool mountTmpfs(qint64 size);
