@@ -2,6 +2,7 @@
 
 #include "core/container/DriveSpace.h"
 #include "core/container/FileSync.h"
+#include "core/container/WriteBehind.h"
 
 #include <QByteArray>
 #include <QFileInfo>
@@ -55,10 +56,11 @@ bool ContainerBackup::copyChunks(const Progress& progress)
     // One buffer for the whole copy, so no chunk pages in fresh memory.
     QByteArray chunk(static_cast<qsizetype>(qMin<qint64>(ChunkSize, qMax<qint64>(total, 1))),
                      Qt::Uninitialized);
+    WriteBehind toDrive(m_destination);
     while (!m_source.atEnd()) {
         const qint64 read = m_source.read(chunk.data(), chunk.size());
         // An empty read before the end is a read error: the drive went away or the medium failed.
-        if (read <= 0 || !FileSync::writeAll(m_destination, chunk.constData(), read)) {
+        if (read <= 0 || !FileSync::writeAll(m_destination, chunk.constData(), read) || !toDrive.advance()) {
             return false;
         }
         done += read;

@@ -1,5 +1,7 @@
 #include "core/container/FileSync.h"
 
+#include "core/container/WriteBehind.h"
+
 #include <QDir>
 #include <QFile>
 #include <QFileDevice>
@@ -108,10 +110,11 @@ bool FileSync::copyFile(const QString& from, const QString& to, const CopyProgre
     // One buffer for the whole copy: fresh memory for every piece would be paged in anew each time.
     QByteArray piece(static_cast<qsizetype>(qMin<qint64>(CopyPieceSize, qMax<qint64>(total, 1))),
                      Qt::Uninitialized);
+    WriteBehind toDrive(destination);
     while (copied < total) {
         const qint64 read = source.read(piece.data(), piece.size());
         // Nothing read before the end is a read error: the medium failed or the file shrank.
-        if (read <= 0 || !writeAll(destination, piece.constData(), read)) {
+        if (read <= 0 || !writeAll(destination, piece.constData(), read) || !toDrive.advance()) {
             complete = false;
             break;
         }

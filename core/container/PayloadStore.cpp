@@ -1,6 +1,7 @@
 #include "core/container/PayloadStore.h"
 
 #include "core/container/FileSync.h"
+#include "core/container/WriteBehind.h"
 #include "core/crypto/Sha256.h"
 #include "core/crypto/VaultCrypto.h"
 
@@ -69,7 +70,9 @@ bool PayloadStore::appendBlocks(QIODevice& source, QIODevice& container, qint64 
     Sha256 hash;
     qint64 done = 0;
     entry.blocks.clear();
+    m_writeError.clear();
     adviseSequential(source);
+    WriteBehind toDrive(container);
     // A small file needs no whole block of memory; a source of unknown length may fill one.
     const qint64 announced = source.isSequential() ? 0 : source.bytesAvailable();
     const qint64 room = announced > 0 ? qMin(announced, BlockSize) : BlockSize;
@@ -104,6 +107,10 @@ bool PayloadStore::appendBlocks(QIODevice& source, QIODevice& container, qint64 
         if (!FileSync::writeAll(container, m_sealed.constData(), m_sealed.size())) {
             return false;
         }
+        if (!toDrive.advance()) {
+            m_writeError = toDrive.errorString();
+            return false;
+        }
         entry.blocks.append(BlockEntry{offset, read, m_sealed.size(), nonce});
         done += read;
         if (progress) {
@@ -121,7 +128,9 @@ bool PayloadStore::exportBlocks(QIODevice& container, const FileEntry& entry, QI
     if (destinationFailed != nullptr) {
         *destinationFailed = false;
     }
+    m_writeError.clear();
     adviseSequential(container);
+    WriteBehind toDrive(destination);
     for (const BlockEntry& block : entry.blocks) {
         if (!readSealed(container, block, m_sealed) || key() == nullptr) {
             return false;
@@ -132,7 +141,11 @@ bool PayloadStore::exportBlocks(QIODevice& container, const FileEntry& entry, QI
                            bytes(m_sealed.constData()), static_cast<size_t>(m_sealed.size()), bytes(plain))) {
             return false;
         }
-        if (destination.write(plain, block.plainSize) != block.plainSize) {
+        const bool written = destination.write(plain, block.plainSize) == block.plainSize;
+        if (written && !toDrive.advance()) {
+            m_writeError = toDrive.errorString();
+        }
+        if (!written || !m_writeError.isEmpty()) {
             if (destinationFailed != nullptr) {
                 *destinationFailed = true;
             }

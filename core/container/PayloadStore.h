@@ -50,6 +50,10 @@ public:
     // authenticate.
     bool readAuthentic(QIODevice& container, const BlockEntry& block, QByteArray& sealed) const;
 
+    // The system's words when the last append or export failed because bytes it had already taken
+    // did not reach the drive (the device itself reports nothing then); empty otherwise.
+    QString writeError() const { return m_writeError; }
+
     // Whether a block's recorded sizes are possible at all, checked before anything is allocated.
     // An empty block is never written, and its empty plaintext could not be told from a failure.
     static bool isPlausible(const BlockEntry& block);
@@ -69,6 +73,7 @@ private:
     mutable PlaintextBuffer m_plain;
     mutable QByteArray m_sealed;
     mutable AeadCipher m_cipher;
+    mutable QString m_writeError;
 };
 
 } // namespace Velmarin::Core

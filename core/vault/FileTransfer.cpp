@@ -91,6 +91,8 @@ bool FileTransfer::importFile(QFile& source, qint64 size, const QDateTime& modif
         m_session.fail(Failure::Reason::SourceUnreadable, source.fileName(), source.errorString());
     } else if (!written && sourceFailed) {
         m_session.fail(Failure::Reason::SourceChanged, source.fileName());
+    } else if (!written && !store.writeError().isEmpty()) {
+        m_session.failWrite(containerPath, store.writeError());
     } else if (!written) {
         m_session.failWrite(containerPath, &container);
     } else if (!appended) {
@@ -142,14 +144,16 @@ bool FileTransfer::exportFile(const QString& vaultPath, QIODevice* destination) 
         return m_session.fail(Failure::Reason::DriveRead, container.fileName(), container.errorString());
     }
     bool destinationFailed = false;
-    if (m_session.payloadStore().exportBlocks(container, *entry, *destination, &destinationFailed)) {
+    const PayloadStore& store = m_session.payloadStore();
+    if (store.exportBlocks(container, *entry, *destination, &destinationFailed)) {
         return true;
     }
     if (destinationFailed) {
         const auto* file = qobject_cast<const QFileDevice*>(destination);
         const QString where = file != nullptr ? file->fileName() : entry->vaultPath;
-        const QString why =
-            file != nullptr && file->error() != QFileDevice::NoError ? file->errorString() : QString();
+        const QString why = !store.writeError().isEmpty()                              ? store.writeError()
+                            : file != nullptr && file->error() != QFileDevice::NoError ? file->errorString()
+                                                                                       : QString();
         return m_session.fail(Failure::Reason::DestinationUnwritable, where, why);
     }
     if (container.error() != QFileDevice::NoError) {

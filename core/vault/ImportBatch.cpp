@@ -200,7 +200,9 @@ ImportBatch::Step ImportBatch::append(QFile& source, const ImportItem& item, Fil
         m_session.fail(Failure::Reason::SourceChanged, source.fileName());
     } else if (!written) {
         // Told apart before the cut-back, while the drive is still as full as it got.
-        m_session.failWrite(m_container.fileName(), &m_container);
+        const QString refused = m_store.writeError();
+        refused.isEmpty() ? m_session.failWrite(m_container.fileName(), &m_container)
+                          : m_session.failWrite(m_container.fileName(), refused);
         cutBack(m_end);
         return Step::Stop;
     } else if (entry.sizeBytes != sizeAtOpen || !IndexCapacity::isWithinBound(entry, item.size)) {

@@ -7,6 +7,7 @@
 #include "core/container/DriveSpace.h"
 #include "core/container/IndexCipher.h"
 #include "core/container/PayloadStore.h"
+#include "core/container/WriteBehind.h"
 #include "core/index/ByteCount.h"
 
 #include <QDir>
@@ -171,6 +172,7 @@ bool VaultCompactor::copyLiveBlocks(QIODevice& oldContainer, QIODevice& newConta
     }
     qint64 done = 0;
     QByteArray sealed;
+    WriteBehind toDisk(newContainer);
     for (const FileEntry& file : liveIndex.files()) {
         FileEntry moved = file;
         moved.blocks.clear();
@@ -183,7 +185,8 @@ bool VaultCompactor::copyLiveBlocks(QIODevice& oldContainer, QIODevice& newConta
                 // Blocks move unchanged: their associated data does not depend on where they lie.
                 BlockEntry movedBlock = block;
                 movedBlock.offset = newContainer.pos();
-                if (!FileSync::writeAll(newContainer, sealed.constData(), sealed.size())) {
+                if (!FileSync::writeAll(newContainer, sealed.constData(), sealed.size()) ||
+                    !toDisk.advance()) {
                     return false;
                 }
                 moved.blocks.append(movedBlock);

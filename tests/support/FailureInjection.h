@@ -8,7 +8,7 @@ namespace Velmarin::Tests {
 // Makes the preloaded shim fail chosen calls on paths containing pathPart, for as long as it lives;
 // a pathPart ending in '$' matches only the end of a path.
 // calls is a comma list of: open-write, open-read, write, read, corrupt, fsync, unlink, rename,
-// read-only, no-room, no-size (see failshim.c).
+// read-only, no-room, no-size, writeback, writeback-unsupported (see failshim.c).
 // writeAllowance is how many bytes a matching descriptor may write (or read) before "write"
 // ("read") fails.
 class FailureInjection

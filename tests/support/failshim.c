@@ -11,7 +11,10 @@
  *                         no-room (every statvfs answers that no byte is free, whatever the path:
  *                         the system asks about the root of a file system, not the path given),
  *                         no-size (every statvfs answers with no blocks at all, as a FUSE mount of
- *                         FAT does: the free space is not told)
+ *                         FAT does: the free space is not told),
+ *                         writeback (sync_file_range reports EIO: bytes already written never
+ *                         reached the device), writeback-unsupported (sync_file_range answers
+ *                         EINVAL, as a file system that cannot do it would)
  *   VELMARIN_FAIL_AFTER   bytes a matching descriptor may write (or read) before "write" ("read")
  *                         fails (default 0)
  * Failures look like a full device (ENOSPC) or a vanished drive (EIO), as the system would report.
@@ -79,6 +82,7 @@ typedef int (*OpenAtFn)(int, const char*, int, ...);
 typedef ssize_t (*WriteFn)(int, const void*, size_t);
 typedef ssize_t (*ReadFn)(int, void*, size_t);
 typedef int (*FdFn)(int);
+typedef int (*SyncRangeFn)(int, off_t, off_t, unsigned int);
 typedef int (*PathFn)(const char*);
 typedef int (*UnlinkAtFn)(int, const char*, int);
 typedef int (*RenameFn)(const char*, const char*);
@@ -248,6 +252,20 @@ int fdatasync(int fd)
         return -1;
     }
     return real(fd);
+}
+
+int sync_file_range(int fd, off_t offset, off_t count, unsigned int flags)
+{
+    REAL("sync_file_range", SyncRangeFn);
+    if (isTracked(fd) && fails("writeback")) {
+        errno = EIO;
+        return -1;
+    }
+    if (isTracked(fd) && fails("writeback-unsupported")) {
+        errno = EINVAL;
+        return -1;
+    }
+    return real(fd, offset, count, flags);
 }
 
 int close(int fd)
