@@ -1,5 +1,6 @@
 #include "core/container/ContainerBackup.h"
 
+#include "core/container/CacheAdvice.h"
 #include "core/container/DriveSpace.h"
 #include "core/container/FileSync.h"
 #include "core/container/WriteBehind.h"
@@ -57,12 +58,14 @@ bool ContainerBackup::copyChunks(const Progress& progress)
     QByteArray chunk(static_cast<qsizetype>(qMin<qint64>(ChunkSize, qMax<qint64>(total, 1))),
                      Qt::Uninitialized);
     WriteBehind toDrive(m_destination);
+    CacheAdvice::sequential(m_source);
     while (!m_source.atEnd()) {
         const qint64 read = m_source.read(chunk.data(), chunk.size());
         // An empty read before the end is a read error: the drive went away or the medium failed.
         if (read <= 0 || !FileSync::writeAll(m_destination, chunk.constData(), read) || !toDrive.advance()) {
             return false;
         }
+        CacheAdvice::forget(m_source, done, read);
         done += read;
         if (progress) {
             progress(done, total);

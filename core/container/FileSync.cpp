@@ -1,5 +1,6 @@
 #include "core/container/FileSync.h"
 
+#include "core/container/CacheAdvice.h"
 #include "core/container/WriteBehind.h"
 
 #include <QDir>
@@ -104,9 +105,7 @@ bool FileSync::copyFile(const QString& from, const QString& to, const CopyProgre
     }
     qint64 copied = 0;
     bool complete = true;
-#ifndef Q_OS_WIN
-    ::posix_fadvise(source.handle(), 0, 0, POSIX_FADV_SEQUENTIAL);
-#endif
+    CacheAdvice::sequential(source);
     // One buffer for the whole copy: fresh memory for every piece would be paged in anew each time.
     QByteArray piece(static_cast<qsizetype>(qMin<qint64>(CopyPieceSize, qMax<qint64>(total, 1))),
                      Qt::Uninitialized);
@@ -118,6 +117,8 @@ bool FileSync::copyFile(const QString& from, const QString& to, const CopyProgre
             complete = false;
             break;
         }
+        // Both sides are the program's own containers, each read once here.
+        CacheAdvice::forget(source, copied, read);
         copied += read;
         if (progress) {
             progress(copied, total);

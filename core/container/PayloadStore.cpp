@@ -1,5 +1,6 @@
 #include "core/container/PayloadStore.h"
 
+#include "core/container/CacheAdvice.h"
 #include "core/container/FileSync.h"
 #include "core/container/WriteBehind.h"
 #include "core/crypto/Sha256.h"
@@ -7,10 +8,6 @@
 
 #include <QFileDevice>
 #include <QIODevice>
-
-#ifdef Q_OS_UNIX
-#include <fcntl.h>
-#endif
 
 namespace Velmarin::Core {
 
@@ -24,19 +21,6 @@ unsigned char* bytes(char* data)
 const unsigned char* bytes(const char* data)
 {
     return reinterpret_cast<const unsigned char*>(data);
-}
-
-// Files are read front to back: a larger read-ahead keeps the drive busy while a block is sealed.
-void adviseSequential(QIODevice& device)
-{
-#ifdef Q_OS_UNIX
-    const auto* file = qobject_cast<QFileDevice*>(&device);
-    if (file != nullptr && file->handle() >= 0) {
-        ::posix_fadvise(file->handle(), 0, 0, POSIX_FADV_SEQUENTIAL);
-    }
-#else
-    Q_UNUSED(device);
-#endif
 }
 
 } // namespace
@@ -71,7 +55,7 @@ bool PayloadStore::appendBlocks(QIODevice& source, QIODevice& container, qint64 
     qint64 done = 0;
     entry.blocks.clear();
     m_writeError.clear();
-    adviseSequential(source);
+    CacheAdvice::sequential(source);
     WriteBehind toDrive(container);
     // A small file needs no whole block of memory; a source of unknown length may fill one.
     const qint64 announced = source.isSequential() ? 0 : source.bytesAvailable();
@@ -85,6 +69,7 @@ bool PayloadStore::appendBlocks(QIODevice& source, QIODevice& container, qint64 
         if (read <= 0 || key() == nullptr) {
             return false;
         }
+        CacheAdvice::next(source, room);
         const QByteArray nonce = m_crypto.randomBytes(VaultCrypto::NonceSize);
         m_sealed.resize(static_cast<qsizetype>(read + VaultCrypto::TagSize));
         unsigned char* sealed = bytes(m_sealed.data());
@@ -129,7 +114,7 @@ bool PayloadStore::exportBlocks(QIODevice& container, const FileEntry& entry, QI
         *destinationFailed = false;
     }
     m_writeError.clear();
-    adviseSequential(container);
+    CacheAdvice::sequential(container);
     WriteBehind toDrive(destination);
     for (const BlockEntry& block : entry.blocks) {
         if (!readSealed(container, block, m_sealed) || key() == nullptr) {
@@ -183,7 +168,13 @@ bool PayloadStore::readSealed(QIODevice& container, const BlockEntry& block, QBy
         return false;
     }
     sealed.resize(static_cast<qsizetype>(block.encryptedSize));
-    return container.read(sealed.data(), block.encryptedSize) == block.encryptedSize;
+    if (container.read(sealed.data(), block.encryptedSize) != block.encryptedSize) {
+        return false;
+    }
+    CacheAdvice::forget(container, block.offset, block.encryptedSize);
+    // Blocks are appended one after another: the next one read is most often the one that follows.
+    CacheAdvice::next(container, block.encryptedSize);
+    return true;
 }
 
 bool PayloadStore::isPlausible(const BlockEntry& block)

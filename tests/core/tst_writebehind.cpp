@@ -68,6 +68,7 @@ private Q_SLOTS:
     void cleanup();
     void aLongWriteLeavesTheSystemsCache();
     void aDeviceThatIsNotAFileIsWrittenAsBefore();
+    void blocksReadOnceLeaveTheSystemsCache();
     void aRefusedWritebackFailsTheImportAndChangesNothing();
     void aRefusedWritebackFailsTheExportWithTheSystemsWords();
     void aRefusedWritebackFailsTheCompactionBeforeTheSwap();
@@ -128,6 +129,31 @@ void TestWriteBehind::aDeviceThatIsNotAFileIsWrittenAsBefore()
     }
     QCOMPARE(buffer.data().size(), 3 * piece.size());
     QVERIFY(toDrive.errorString().isEmpty());
+}
+
+void TestWriteBehind::blocksReadOnceLeaveTheSystemsCache()
+{
+    if (onTmpfs(m_fixture.container())) {
+        QTest::qSkip("the temporary folder is on tmpfs, whose pages have no drive to go to", __FILE__,
+                     __LINE__);
+        return;
+    }
+    const QString source = path(QStringLiteral("video.bin"));
+    QVERIFY(TestFiles::writePattern(source, 40 * MiB, 15));
+    QVERIFY(vault().importFile(source, QStringLiteral("video.bin")));
+    const BlockEntry first = vault().index().findFile(QStringLiteral("video.bin"))->blocks.first();
+    const qint64 end = QFileInfo(m_fixture.container()).size();
+    const long page = ::sysconf(_SC_PAGESIZE);
+    const qint64 payloadPages = (end - first.offset) / page;
+    // Read whole, so everything starts in the cache.
+    QVERIFY(!TestFiles::read(m_fixture.container()).isEmpty());
+    QVERIFY(cachedPages(m_fixture.container(), first.offset, end) > payloadPages * 9 / 10);
+
+    QCOMPARE(m_fixture.exported(QStringLiteral("video.bin")), TestFiles::read(source));
+    const qint64 left = cachedPages(m_fixture.container(), first.offset, end);
+    QVERIFY2(left >= 0, "mincore");
+    QVERIFY2(left < payloadPages / 10,
+             qPrintable(QStringLiteral("%1 of %2 pages still cached").arg(left).arg(payloadPages)));
 }
 
 void TestWriteBehind::aRefusedWritebackFailsTheImportAndChangesNothing()
