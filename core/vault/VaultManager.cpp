@@ -277,6 +277,13 @@ bool VaultManager::exportFile(const QString& vaultPath, const QString& destinati
     return m_transfer.exportFile(vaultPath, destinationPath);
 }
 
+bool VaultManager::exportFolder(const QString& folder, const QString& destination,
+                                const FolderExport::Handler& handler, FolderExport::Outcome& outcome)
+{
+    m_session.clearFailure();
+    return FolderExport(m_session, m_transfer).run(folder, destination, handler, outcome);
+}
+
 bool VaultManager::createFolder(const QString& path)
 {
     m_session.clearFailure();

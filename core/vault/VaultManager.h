@@ -6,6 +6,7 @@
 #include "core/vault/EntryOperations.h"
 #include "core/vault/Failure.h"
 #include "core/vault/FileTransfer.h"
+#include "core/vault/FolderExport.h"
 #include "core/vault/ImportBatch.h"
 #include "core/vault/VaultSession.h"
 #include "core/vault/VerificationReport.h"
@@ -115,6 +116,10 @@ public:
     bool importCapacity(const QList<ImportItem>& items, int* fitting);
     bool exportFile(const QString& vaultPath, const QString& destinationPath);
     bool exportFile(const QString& vaultPath, QIODevice* destination);
+    // A folder and everything below it ("" for the whole vault) into the folder destination, each
+    // file as exportFile writes it (see FolderExport). False only when nothing could start.
+    bool exportFolder(const QString& folder, const QString& destination, const FolderExport::Handler& handler,
+                      FolderExport::Outcome& outcome);
 
     bool createFolder(const QString& path);
     bool deleteEmptyFolder(const QString& path);
