@@ -180,6 +180,11 @@ QString FailureText::missingFolder(const QString& path)
     return tr("A pasta %1 não existe no cofre.").arg(path);
 }
 
+QString FailureText::outsideDestination(const QString& path)
+{
+    return tr("O caminho %1 levaria para fora da pasta de destino; nada foi gravado para ele.").arg(path);
+}
+
 QString FailureText::fileNameRule()
 {
     return tr("Use um nome de arquivo simples, sem barras, pontos isolados ou caminho relativo.");

@@ -38,6 +38,8 @@ public:
     // NotFound, when the command knows it looked for a file or for a folder.
     static QString missingFile(const QString& path);
     static QString missingFolder(const QString& path);
+    // A folder export met a vault path (from an index that lies) that would lead out of the destination.
+    static QString outsideDestination(const QString& path);
     // What a new name must look like, said by rename before the engine is asked.
     static QString fileNameRule();
     static QString folderNameRule();

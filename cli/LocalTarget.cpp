@@ -15,22 +15,35 @@ QString LocalTarget::resolve(const QString& argument, const QString& nameInFolde
 
 int LocalTarget::checkWritable(Console& console, const QString& path, bool force)
 {
+    if (checkFolderExists(console, path) != Success) {
+        return Failed;
+    }
+    const QFileInfo info(path);
+    if (info.isDir()) {
+        console.message(tr("%1 é uma pasta.").arg(QDir::toNativeSeparators(path)));
+        return Failed;
+    }
+    if (info.exists() && !force) {
+        console.message(existsText(path));
+        return Failed;
+    }
+    return Success;
+}
+
+int LocalTarget::checkFolderExists(Console& console, const QString& path)
+{
     const QFileInfo info(path);
     if (!info.absoluteDir().exists()) {
         console.message(
             tr("A pasta de destino não existe: %1").arg(QDir::toNativeSeparators(info.absolutePath())));
         return Failed;
     }
-    if (info.isDir()) {
-        console.message(tr("%1 é uma pasta.").arg(QDir::toNativeSeparators(path)));
-        return Failed;
-    }
-    if (info.exists() && !force) {
-        console.message(tr("O destino já existe: %1. Use --force para substituí-lo.")
-                            .arg(QDir::toNativeSeparators(path)));
-        return Failed;
-    }
     return Success;
+}
+
+QString LocalTarget::existsText(const QString& path)
+{
+    return tr("O destino já existe: %1. Use --force para substituí-lo.").arg(QDir::toNativeSeparators(path));
 }
 
 } // namespace Velmarin::Cli

@@ -18,6 +18,10 @@ public:
     // ExitCode::Success when path can be written: its folder exists, it is not a folder, and it
     // does not exist yet unless force. Otherwise Failed after telling why.
     static int checkWritable(Console& console, const QString& path, bool force);
+    // ExitCode::Success when the folder that is to hold path exists; otherwise Failed after telling so.
+    static int checkFolderExists(Console& console, const QString& path);
+    // What is said of a target that exists and is replaced only with --force.
+    static QString existsText(const QString& path);
 };
 
 } // namespace Velmarin::Cli
