@@ -195,10 +195,8 @@ void TestFolderExport::wholeTreeComesOutByteForByte()
     QCOMPARE(labels,
              QSet<QString>({QStringLiteral("Fotos/praia.jpg"), QStringLiteral("Fotos/2026/Coração ☃ 🎉.txt"),
                             QStringLiteral("vazio.bin"), QStringLiteral("Músicas/ópera.flac")}));
-    // The large file reports within itself, block by block.
-    QVERIFY(std::count_if(calls.cbegin(), calls.cend(), [](const auto& call) {
-                return std::get<2>(call) == QStringLiteral("Fotos/praia.jpg");
-            }) >= 2);
+    // The large file reports within itself, after its first block (the files go in path order).
+    QVERIFY(calls.contains(std::make_tuple(qint64(1000) + Block, total, QStringLiteral("Fotos/praia.jpg"))));
 }
 
 void TestFolderExport::aFolderBringsOnlyWhatIsBelowIt()
