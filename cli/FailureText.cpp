@@ -52,6 +52,15 @@ QString FailureText::sentence(const Core::Failure& failure)
     case Reason::NotAContainer:
         text = tr("%1 não é um container Velmarin válido.").arg(path);
         break;
+    case Reason::NotARegularFile:
+        text = tr("%1 não é um arquivo comum: é uma pasta, um pipe, um dispositivo ou um link. Ele não foi "
+                  "aberto.")
+                   .arg(local);
+        break;
+    case Reason::KeyCostTooHigh:
+        text = tr("O cabeçalho deste container pede um cálculo de chave tão demorado que travaria o programa "
+                  "por horas. O container não foi aberto: o cabeçalho pode ter sido alterado.");
+        break;
     case Reason::NewerFormat:
         text = tr("Este container foi criado por uma versão mais nova do Velmarin. Atualize o programa para "
                   "abri-lo.");
@@ -143,6 +152,8 @@ int FailureText::exitCode(const Core::Failure& failure, Damage damage)
 {
     switch (failure.reason) {
     case Reason::NotAContainer:
+    case Reason::NotARegularFile:
+    case Reason::KeyCostTooHigh:
     case Reason::NewerFormat:
     case Reason::WrongPassword:
         return NoAccess;

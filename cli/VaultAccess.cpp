@@ -53,6 +53,8 @@ int VaultAccess::checkContainer(Console& console, const QString& containerPath, 
         failure.systemError = finding.systemError;
         break;
     case Verdict::NotAFile:
+        failure.reason = Core::Failure::Reason::NotARegularFile;
+        break;
     case Verdict::NotAContainer:
         failure.reason = Core::Failure::Reason::NotAContainer;
         break;

@@ -41,6 +41,13 @@ QString FailureText::sentence(Core::Failure::Reason reason, const QString& path)
         return tr("O arquivo do container não foi encontrado.");
     case Reason::NotAContainer:
         return tr("O arquivo não é um container Velmarin válido.");
+    case Reason::NotARegularFile:
+        return tr("O caminho do container não é um arquivo comum: é uma pasta, um pipe, um dispositivo ou um "
+                  "link. Ele não foi aberto.");
+    case Reason::KeyCostTooHigh:
+        return tr(
+            "O cabeçalho deste container pede um cálculo de chave tão demorado que travaria o programa por "
+            "horas. O container não foi aberto: o cabeçalho pode ter sido alterado.");
     case Reason::NewerFormat:
         return tr("Este container foi criado por uma versão mais nova do Velmarin. Atualize o programa para "
                   "abri-lo.");

@@ -164,7 +164,13 @@ void MainWindow::explainUnlockFailure()
                               QDir::toNativeSeparators(m_containerPath));
         return;
     case Core::Failure::Reason::NewerFormat:
+    case Core::Failure::Reason::KeyCostTooHigh:
+        // No password was tried: asking the user to check it would mislead.
         MessageBoxes::warning(this, tr("Velmarin"), FailureText::sentence(failure.reason));
+        return;
+    case Core::Failure::Reason::NotARegularFile:
+        MessageBoxes::warning(this, tr("Velmarin"), FailureText::sentence(failure.reason),
+                              QDir::toNativeSeparators(m_containerPath));
         return;
     default:
         break;

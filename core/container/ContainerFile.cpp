@@ -3,6 +3,7 @@
 #include "core/container/ContainerJournal.h"
 #include "core/container/FileSync.h"
 #include "core/container/JournalReserve.h"
+#include "core/container/RegularFile.h"
 
 #include <QDir>
 #include <QFile>
@@ -13,6 +14,12 @@
 namespace Velmarin::Core {
 
 namespace {
+
+// Only a regular file is read or written as a container: see RegularFile.
+bool openExisting(const QString& path, QIODevice::OpenMode mode, QFile& file)
+{
+    return RegularFile::open(path, mode, file).outcome == RegularFile::Outcome::Opened;
+}
 
 // Longer than any length line a writer could mean; bounds what a damaged file makes us read.
 constexpr qint64 MaxLengthLine = 4096;
@@ -78,10 +85,10 @@ bool ContainerFile::readRawHeader(QFile& file, QByteArray& line, QByteArray& jso
 
 bool ContainerFile::readHeaderBytes(const QString& path, QByteArray& out) const
 {
-    QFile file(path);
+    QFile file;
     QByteArray line;
     QByteArray json;
-    if (!file.open(QIODevice::ReadOnly) || !readRawHeader(file, line, json)) {
+    if (!openExisting(path, QIODevice::ReadOnly, file) || !readRawHeader(file, line, json)) {
         return false;
     }
     out = line + json;
@@ -90,11 +97,12 @@ bool ContainerFile::readHeaderBytes(const QString& path, QByteArray& out) const
 
 bool ContainerFile::readHeader(const QString& path, ContainerHeader& out) const
 {
-    QFile file(path);
+    QFile file;
     QByteArray line;
     QByteArray json;
     ContainerHeader header;
-    if (!file.open(QIODevice::ReadOnly) || !readRawHeader(file, line, json) || !parseHeader(json, header)) {
+    if (!openExisting(path, QIODevice::ReadOnly, file) || !readRawHeader(file, line, json) ||
+        !parseHeader(json, header)) {
         return false;
     }
     header.payloadOffset = FileMagic.size() + line.size() + HeaderRegionSize;
@@ -156,10 +164,10 @@ bool ContainerFile::rewriteHeader(const QString& path, const ContainerHeader& he
     if (oldHeaderKept != nullptr) {
         *oldHeaderKept = true;
     }
-    QFile file(path);
+    QFile file;
     QByteArray line;
     QByteArray oldJson;
-    if (!file.open(QIODevice::ReadWrite) || !readRawHeader(file, line, oldJson)) {
+    if (!openExisting(path, QIODevice::ReadWrite, file) || !readRawHeader(file, line, oldJson)) {
         return false;
     }
     // A foreign writer may have left a shorter length line; our 21 bytes would then spill over the
@@ -195,8 +203,8 @@ bool ContainerFile::rewriteHeader(const QString& path, const ContainerHeader& he
     if (!writeAt(file, FileMagic.size(), bytes)) {
         file.close();
         // The drive still answers, perhaps: the old header goes back while the journal still guards it.
-        QFile again(path);
-        if (!again.open(QIODevice::ReadWrite) ||
+        QFile again;
+        if (!openExisting(path, QIODevice::ReadWrite, again) ||
             !writeAt(again, FileMagic.size(), padded(oldHeader, newHeader.size())) ||
             !ContainerJournal::remove(path)) {
             return false;
@@ -219,9 +227,10 @@ bool ContainerFile::rewriteHeader(const QString& path, const ContainerHeader& he
 
 bool ContainerFile::restoreHeaderBytes(const QString& path, const QByteArray& header) const
 {
-    QFile file(path);
-    if (header.size() > LengthDigits + 1 + HeaderRegionSize || !file.open(QIODevice::ReadWrite) ||
-        file.read(FileMagic.size()) != FileMagic || file.size() < PayloadOffset) {
+    QFile file;
+    if (header.size() > LengthDigits + 1 + HeaderRegionSize ||
+        !openExisting(path, QIODevice::ReadWrite, file) || file.read(FileMagic.size()) != FileMagic ||
+        file.size() < PayloadOffset) {
         return false;
     }
     return writeAt(file, FileMagic.size(), padded(header, LengthDigits + 1 + HeaderRegionSize));
@@ -229,10 +238,10 @@ bool ContainerFile::restoreHeaderBytes(const QString& path, const QByteArray& he
 
 bool ContainerFile::clearAfterHeader(const QString& path, qint64 coveredBefore) const
 {
-    QFile file(path);
+    QFile file;
     QByteArray line;
     QByteArray json;
-    if (!file.open(QIODevice::ReadWrite) || !readRawHeader(file, line, json)) {
+    if (!openExisting(path, QIODevice::ReadWrite, file) || !readRawHeader(file, line, json)) {
         return false;
     }
     const qint64 end = line.size() + json.size();

@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 #endif
 
@@ -52,8 +53,16 @@ ContainerLock::Result ContainerLock::acquire(const QString& containerPath)
     }
     m_handle = reinterpret_cast<qintptr>(file);
 #else
-    const int file = ::open(QFile::encodeName(containerPath).constData(), O_RDONLY | O_CLOEXEC);
+    // Like every open of a container: a pipe must not hold the lock's open forever, nor a link lead
+    // elsewhere. What is not a regular file is left for the reader to name.
+    const int file =
+        ::open(QFile::encodeName(containerPath).constData(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOFOLLOW);
     if (file < 0) {
+        return Result::Failed;
+    }
+    struct stat status = {};
+    if (::fstat(file, &status) != 0 || !S_ISREG(status.st_mode)) {
+        ::close(file);
         return Result::Failed;
     }
     int locked = -1;

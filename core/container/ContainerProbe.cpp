@@ -2,20 +2,13 @@
 
 #include "core/container/ContainerFile.h"
 #include "core/container/ContainerHeader.h"
+#include "core/container/RegularFile.h"
 
 #include <QFile>
 #include <QJsonDocument>
 #include <QJsonObject>
 
 #include <cerrno>
-
-#ifdef Q_OS_WIN
-#include <QFileInfo>
-#else
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-#endif
 
 namespace Velmarin::Core {
 
@@ -49,56 +42,24 @@ Finding readFailure(const QFile& file, int errorNumber)
     return refused(file.errorString(), errorNumber);
 }
 
-#ifdef Q_OS_WIN
 bool openRegularFile(const QString& path, QFile& file, Finding& finding)
 {
-    const QFileInfo info(path);
-    if (!info.exists()) {
+    const RegularFile::Result opened = RegularFile::open(path, QIODevice::ReadOnly, file);
+    switch (opened.outcome) {
+    case RegularFile::Outcome::Opened:
+        return true;
+    case RegularFile::Outcome::Missing:
         finding = found(Verdict::Missing);
         return false;
-    }
-    if (!info.isFile()) {
+    case RegularFile::Outcome::NotAFile:
         finding = found(Verdict::NotAFile);
         return false;
+    case RegularFile::Outcome::Refused:
+        break;
     }
-    file.setFileName(path);
-    if (!file.open(QIODevice::ReadOnly)) {
-        finding = refused(file.errorString(), 0);
-        return false;
-    }
-    return true;
+    finding = refused(opened.systemError, opened.errorNumber);
+    return false;
 }
-#else
-// Opened without blocking, since a pipe with no writer would hold a plain open forever, and judged by
-// what was opened rather than by what the path named a moment before.
-bool openRegularFile(const QString& path, QFile& file, Finding& finding)
-{
-    const int descriptor = ::open(QFile::encodeName(path).constData(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-    if (descriptor < 0) {
-        const int error = errno;
-        finding = error == ENOENT ? found(Verdict::Missing) : refused(qt_error_string(error), error);
-        return false;
-    }
-    struct stat status = {};
-    if (::fstat(descriptor, &status) != 0) {
-        const int error = errno;
-        finding = refused(qt_error_string(error), error);
-        ::close(descriptor);
-        return false;
-    }
-    if (!S_ISREG(status.st_mode)) {
-        finding = found(Verdict::NotAFile);
-        ::close(descriptor);
-        return false;
-    }
-    // From here the file owns the descriptor, and closes it even when this open fails.
-    if (!file.open(descriptor, QIODevice::ReadOnly, QFileDevice::AutoCloseHandle)) {
-        finding = refused(file.errorString(), 0);
-        return false;
-    }
-    return true;
-}
-#endif
 
 // "VLTBOX" and a digit above ours: the layout of a later format, whatever follows.
 bool hasNewerFileMagic(const QByteArray& magic)

@@ -47,9 +47,16 @@ QByteArray VaultCrypto::randomBytes(int count) const
     return out;
 }
 
+bool VaultCrypto::isCostBounded(const KdfParams& params)
+{
+    // Argon2id's cost is fixed in code and never read from a header.
+    return params.algorithm.toUtf8() == Argon2idName ||
+           (params.iterations >= 1 && params.iterations <= MaxPbkdf2Iterations);
+}
+
 QByteArray VaultCrypto::deriveKey(const QByteArray& password, const KdfParams& params) const
 {
-    if (password.isEmpty() || params.salt.isEmpty() || params.keyLength < 1) {
+    if (password.isEmpty() || params.salt.isEmpty() || params.keyLength < 1 || !isCostBounded(params)) {
         return {};
     }
     if (params.algorithm.toUtf8() != Argon2idName) {

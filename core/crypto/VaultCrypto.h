@@ -21,7 +21,14 @@ public:
     static constexpr unsigned long long Argon2OpsLimit = 3;
     static constexpr size_t Argon2MemLimit = 268435456;
 
+    // The most PBKDF2 rounds a header may ask for. Containers written here use 250,000; a count an
+    // altered header sets to 2^31 would derive for hours before the password could even be judged.
+    static constexpr int MaxPbkdf2Iterations = 2000000;
+
     VaultCrypto();
+
+    // Whether deriving a key with params ends in bounded time; deriveKey refuses anything else.
+    static bool isCostBounded(const KdfParams& params);
 
     QByteArray randomBytes(int count) const;
     QByteArray deriveKey(const QByteArray& password, const KdfParams& params) const;

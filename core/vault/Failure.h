@@ -19,6 +19,12 @@ struct Failure
         // Nothing at the container's path.
         ContainerMissing,
         NotAContainer,
+        // Something other than a regular file stands at the container's path: a folder, a pipe, a
+        // socket, a device or a link. Refused before anything is read from it.
+        NotARegularFile,
+        // The header asks for a key derivation far costlier than any this program writes (PBKDF2
+        // past VaultCrypto::MaxPbkdf2Iterations): refused before the derivation starts.
+        KeyCostTooHigh,
         // Written by a newer Velmarin: "VLTBOX" and a version above ours, in the magic or the header.
         NewerFormat,
         // The password key does not open the master key: a wrong password, or an altered header.

@@ -26,14 +26,24 @@ void MasterKeyWrap::renewSettings(ContainerHeader& header) const
     header.crypto.salt = m_crypto.randomBytes(VaultCrypto::SaltSize);
 }
 
-SecretBytes MasterKeyWrap::derivePasswordKey(const ContainerHeader& header, const QByteArray& password) const
+KdfParams MasterKeyWrap::paramsOf(const ContainerHeader& header)
 {
     KdfParams params;
     params.algorithm = header.crypto.kdf;
     params.salt = header.crypto.salt;
     params.iterations = header.crypto.kdfIterations;
     params.keyLength = VaultCrypto::DerivedKeySize;
-    QByteArray derived = m_crypto.deriveKey(password, params);
+    return params;
+}
+
+bool MasterKeyWrap::isCostBounded(const ContainerHeader& header)
+{
+    return VaultCrypto::isCostBounded(paramsOf(header));
+}
+
+SecretBytes MasterKeyWrap::derivePasswordKey(const ContainerHeader& header, const QByteArray& password) const
+{
+    QByteArray derived = m_crypto.deriveKey(password, paramsOf(header));
     return SecretBytes::takeFrom(derived);
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "core/crypto/KdfParams.h"
 #include "core/crypto/SecretBytes.h"
 
 #include <QByteArray>
@@ -23,8 +24,11 @@ public:
                     const QByteArray& masterKey) const;
     // Empty for a wrong password or a wrapped key that was altered.
     SecretBytes unwrap(const ContainerHeader& header, const QByteArray& password) const;
+    // Whether the header's key derivation ends in bounded time; checked before any password is tried.
+    static bool isCostBounded(const ContainerHeader& header);
 
 private:
+    static KdfParams paramsOf(const ContainerHeader& header);
     SecretBytes derivePasswordKey(const ContainerHeader& header, const QByteArray& password) const;
 
     const VaultCrypto& m_crypto;

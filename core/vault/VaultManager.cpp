@@ -98,6 +98,10 @@ bool VaultManager::unlock(const QString& containerPath, const QByteArray& passwo
         m_session.failRead(containerPath);
         return refuse(Failure::Reason::NotAContainer);
     }
+    if (!MasterKeyWrap::isCostBounded(header)) {
+        containerLock.release();
+        return m_session.fail(Failure::Reason::KeyCostTooHigh, containerPath);
+    }
     const VaultCrypto& crypto = m_session.crypto();
     SecretBytes masterKey = MasterKeyWrap(crypto).unwrap(header, password);
     if (masterKey.isEmpty()) {
@@ -221,6 +225,9 @@ bool VaultManager::changePassword(const QString& containerPath, const QByteArray
     ContainerHeader header;
     if (!m_session.containerFile().readHeader(containerPath, header)) {
         return m_session.failRead(containerPath);
+    }
+    if (!MasterKeyWrap::isCostBounded(header)) {
+        return m_session.fail(Failure::Reason::KeyCostTooHigh, containerPath);
     }
     const MasterKeyWrap keyWrap(m_session.crypto());
     const SecretBytes masterKey = keyWrap.unwrap(header, currentPassword);

@@ -157,6 +157,7 @@ bool VaultSession::failRead(const QString& containerPath)
     case ContainerProbe::Verdict::NewerFormat:
         return fail(Failure::Reason::NewerFormat, containerPath);
     case ContainerProbe::Verdict::NotAFile:
+        return fail(Failure::Reason::NotARegularFile, containerPath);
     case ContainerProbe::Verdict::NotAContainer:
         return fail(Failure::Reason::NotAContainer, containerPath);
     case ContainerProbe::Verdict::Unreadable:

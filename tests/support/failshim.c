@@ -145,6 +145,29 @@ int open64(const char* path, int flags, ...)
     return fd;
 }
 
+/* What a fortified build calls when the flags are not known at compile time. */
+typedef int (*FortifiedOpenFn)(const char*, int);
+
+int __open_2(const char* path, int flags)
+{
+    REAL("__open_2", FortifiedOpenFn);
+    if (refuseOpen(path, flags))
+        return -1;
+    int fd = real(path, flags);
+    track(fd, path);
+    return fd;
+}
+
+int __open64_2(const char* path, int flags)
+{
+    REAL("__open64_2", FortifiedOpenFn);
+    if (refuseOpen(path, flags))
+        return -1;
+    int fd = real(path, flags);
+    track(fd, path);
+    return fd;
+}
+
 int openat(int dirfd, const char* path, int flags, ...)
 {
     REAL("openat", OpenAtFn);
