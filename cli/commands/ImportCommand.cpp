@@ -7,11 +7,11 @@
 #include "core/container/DriveSpace.h"
 #include "core/index/DisplayFormat.h"
 #include "core/index/VaultPath.h"
+#include "core/vault/ImportPlan.h"
 #include "core/vault/ImportSpace.h"
 
 #include <QCommandLineParser>
 #include <QDir>
-#include <QDirIterator>
 #include <QFileInfo>
 
 #include <algorithm>
@@ -61,53 +61,34 @@ int ImportCommand::checkArguments(const CommandContext& context, QString& target
     const auto refuseName = [&](const QString& localPath) {
         console.message(tr("O nome de %1 não pode ser usado no cofre.").arg(shown(localPath)));
     };
-    const auto addItem = [&](const QFileInfo& info, const QString& vaultPath) {
-        if (info.isSymLink()) {
-            console.message(tr("Link simbólico ignorado: %1").arg(shown(info.filePath())));
-        } else if (!info.isDir() && !info.isFile()) {
-            console.message(tr("Ignorado por não ser um arquivo comum: %1").arg(shown(info.filePath())));
-        } else if (!Core::isValidEntryName(info.fileName())) {
-            refuseName(info.filePath());
-            m_planned = Failed;
-        } else {
-            m_items.append(
-                Core::ImportItem{info.filePath(), vaultPath, info.isDir() ? 0 : info.size(), info.isDir()});
-        }
-    };
+    Core::ImportPlan plan;
     for (const QString& source : context.arguments.mid(1)) {
-        const QFileInfo info(source);
-        if (!info.exists()) {
+        const Core::ImportPlan::Result planned = plan.add(source, target);
+        for (const Core::ImportPlan::Skipped& skipped : plan.takeSkipped()) {
+            switch (skipped.reason) {
+            case Core::ImportPlan::Skipped::Reason::SymbolicLink:
+                console.message(tr("Link simbólico ignorado: %1").arg(shown(skipped.localPath)));
+                break;
+            case Core::ImportPlan::Skipped::Reason::NotRegular:
+                console.message(
+                    tr("Ignorado por não ser um arquivo comum: %1").arg(shown(skipped.localPath)));
+                break;
+            case Core::ImportPlan::Skipped::Reason::NameNotAllowed:
+                refuseName(skipped.localPath);
+                m_planned = Failed;
+                break;
+            }
+        }
+        if (planned == Core::ImportPlan::Result::Missing) {
             console.message(tr("O arquivo %1 não está disponível para importação.").arg(shown(source)));
             return Failed;
         }
-        // A folder comes in under its own name; the root of a file system has none, so its contents do.
-        const QString name = info.isFile() ? info.fileName() : QFileInfo(info.canonicalFilePath()).fileName();
-        if (!name.isEmpty() && !Core::isValidEntryName(name)) {
+        if (planned == Core::ImportPlan::Result::NameNotAllowed) {
             refuseName(source);
             return UsageError;
         }
-        if (info.isFile()) {
-            m_items.append(Core::ImportItem{source, Core::joinEntryPath(target, name), info.size(), false});
-            continue;
-        }
-        const QString folderName = name;
-        const QString base = folderName.isEmpty() ? target : Core::joinEntryPath(target, folderName);
-        if (!folderName.isEmpty()) {
-            m_items.append(Core::ImportItem{source, base, 0, true});
-        }
-        const QDir root(info.canonicalFilePath());
-        QDirIterator it(root.path(), QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden | QDir::System,
-                        QDirIterator::Subdirectories);
-        while (it.hasNext()) {
-            it.next();
-            addItem(it.fileInfo(), Core::joinEntryPath(base, root.relativeFilePath(it.filePath())));
-        }
     }
-    // Paths in order put every folder before what it holds.
-    std::stable_sort(m_items.begin(), m_items.end(),
-                     [](const Core::ImportItem& a, const Core::ImportItem& b) {
-                         return a.vaultPath.compare(b.vaultPath, Qt::CaseInsensitive) < 0;
-                     });
+    m_items = plan.items();
     return Success;
 }
 
