@@ -18,6 +18,7 @@ public:
                                       const QString& filter) = 0;
     virtual QString saveFileName(QWidget* parent, const QString& caption, const QString& directory,
                                  const QString& filter) = 0;
+    virtual QString existingDirectory(QWidget* parent, const QString& caption, const QString& directory) = 0;
 };
 
 } // namespace Velmarin::UI

@@ -223,6 +223,7 @@ void MainWindow::updateActionStates()
     m_actions.lock->setEnabled(unlocked);
     m_actions.newFolder->setEnabled(unlocked);
     m_actions.importFiles->setEnabled(unlocked);
+    m_actions.importFolder->setEnabled(unlocked);
     m_actions.compact->setEnabled(unlocked);
     m_actions.renameFolder->setEnabled(unlocked && folderSelected);
     m_actions.deleteFolder->setEnabled(unlocked && folderSelected);

@@ -7,6 +7,7 @@
 
 #include <QMainWindow>
 #include <QString>
+#include <QStringList>
 
 class QAction;
 class QCloseEvent;
@@ -25,8 +26,9 @@ namespace Velmarin::UI {
 // session; every action's enabled flag is a pure function of these and of the table's selection.
 // The implementation is split by concern: layout and state (MainWindow.cpp), menus
 // (MainWindowMenus.cpp), devices (MainWindowDevices.cpp), the file table (MainWindowFileTable.cpp),
-// vault actions (MainWindowVaultActions.cpp), file actions (MainWindowFileActions.cpp) and locking
-// on its own (MainWindowAutoLock.cpp).
+// vault actions (MainWindowVaultActions.cpp), file actions (MainWindowFileActions.cpp), importing
+// (MainWindowImport.cpp, and folders and drops in MainWindowImportFolders.cpp) and locking on its
+// own (MainWindowAutoLock.cpp).
 class MainWindow : public QMainWindow
 {
     Q_OBJECT
@@ -72,6 +74,7 @@ public Q_SLOTS:
     void compactVault();
 
     void importFiles();
+    void importFolder();
     void exportFile();
     void openFile();
     void moveFile();
@@ -97,6 +100,7 @@ private:
         QAction* lock = nullptr;
         QAction* newFolder = nullptr;
         QAction* importFiles = nullptr;
+        QAction* importFolder = nullptr;
         QAction* exportFile = nullptr;
         QAction* openFile = nullptr;
         QAction* moveFile = nullptr;
@@ -135,6 +139,8 @@ private:
     void onHeaderClicked(int column);
     void onTableItemDoubleClicked(QTableWidgetItem* item);
     void showTableContextMenu(const QPoint& position);
+    // The folder a row stands for: its own for a folder or ".." row, the current one otherwise.
+    QString folderAtRow(int row) const;
     void onDeviceItemChanged();
 
     // Vault actions (MainWindowVaultActions.cpp).
@@ -156,11 +162,34 @@ private:
     // At start: copies that sessions of other vaults left behind, offered for removal.
     void offerToRemoveStrayWorkspaces();
 
-    // Importing (MainWindowImport.cpp): the index's room and the drive's free space for the files,
-    // told or asked about before anything is written.
+    // Importing (MainWindowImport.cpp): one batch for what was chosen, with what was left out of it.
+    struct ImportRequest
+    {
+        QList<Core::ImportItem> items;
+        // Local paths whose names the vault cannot take, and those whose vault path another item of
+        // the selection has too, but for letter case.
+        QStringList refusedNames;
+        QStringList caseTwins;
+        // Symbolic links and special files inside folders, left out.
+        int skipped = 0;
+        // Folders and drops: many replacements may be asked, so they can be answered for all.
+        bool offerForAll = false;
+    };
+    void runImport(ImportRequest request);
+    // The index's room and the drive's free space for the files, told or asked about before
+    // anything is written.
     bool confirmImportSpace(const QList<Core::ImportItem>& items);
     // Tells why a batch stopped: the file where it did, the reason, and how many went in before.
     void explainImportStop(const QList<Core::ImportItem>& items, const Core::ImportBatch::Outcome& outcome);
+
+    // Folders and drops (MainWindowImportFolders.cpp).
+    // Plans local files and folders into the vault folder target; false when one is missing (told).
+    bool planImport(const QStringList& localPaths, const QString& target, ImportRequest& request);
+    void importDropped(const QStringList& localPaths, const QString& target);
+    void acceptDrops();
+    // After a batch: the names left out, in one box.
+    void tellLeftOut(const ImportRequest& request);
+    QString importOutcomeText(int imported, int ignored) const;
 
     // File actions (MainWindowFileActions.cpp).
     void renameEntry(bool folder);

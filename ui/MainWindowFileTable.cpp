@@ -120,6 +120,13 @@ QString MainWindow::selectedFolderPath() const
     return kind == FolderRow || kind == ParentRow ? currentRowPath() : QString();
 }
 
+QString MainWindow::folderAtRow(int row) const
+{
+    const QTableWidgetItem* item = row < 0 ? nullptr : m_fileTable->item(row, NameColumn);
+    const int kind = item ? item->data(KindRole).toInt() : FileRow;
+    return kind == FolderRow || kind == ParentRow ? item->data(Qt::UserRole).toString() : m_currentFolder;
+}
+
 bool MainWindow::isFolderSelected() const
 {
     return currentRowKind() == FolderRow;

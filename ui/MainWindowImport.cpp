@@ -1,7 +1,9 @@
 // Importing files: chosen in a dialog, checked against the index's room and the drive's free
-// space, then brought in as one batch, with the replacement question asked file by file.
+// space, then brought in as one batch, with the replacement question asked file by file (or, for
+// folders and drops, answered once for all).
 #include "core/index/DisplayFormat.h"
 #include "core/index/VaultPath.h"
+#include "core/vault/ImportPlan.h"
 #include "core/vault/ImportSpace.h"
 #include "ui/FailureText.h"
 #include "ui/MainWindow.h"
@@ -11,6 +13,9 @@
 #include <QElapsedTimer>
 #include <QFileInfo>
 #include <QProgressDialog>
+
+#include <algorithm>
+#include <optional>
 
 namespace Velmarin::UI {
 
@@ -26,13 +31,27 @@ void MainWindow::importFiles()
 {
     const QStringList files =
         m_fileDialogs->openFileNames(this, tr("Importar arquivos para o cofre"), QString(), QString());
-    QList<Core::ImportItem> items;
+    ImportRequest request;
     for (const QString& file : files) {
         const QFileInfo info(file);
-        items.append(Core::ImportItem{file, Core::joinEntryPath(m_currentFolder, info.fileName()),
-                                      info.size(), false});
+        request.items.append(Core::ImportItem{file, Core::joinEntryPath(m_currentFolder, info.fileName()),
+                                              info.size(), false});
     }
-    if (items.isEmpty() || !confirmImportSpace(items)) {
+    runImport(request);
+}
+
+void MainWindow::runImport(ImportRequest request)
+{
+    for (const Core::ImportItem& twin : Core::ImportPlan::takeCaseTwins(request.items)) {
+        request.caseTwins << twin.localPath;
+    }
+    const int ignored = request.skipped + static_cast<int>(request.refusedNames.size()) +
+                        static_cast<int>(request.caseTwins.size());
+    if (request.items.isEmpty() && ignored == 0) {
+        return;
+    }
+    const QList<Core::ImportItem>& items = request.items;
+    if (!items.isEmpty() && !confirmImportSpace(items)) {
         return;
     }
 
@@ -43,9 +62,23 @@ void MainWindow::importFiles()
     const Core::ProgressCallback adapter = ProgressDialogs::importAdapter(progress.get(), speedNote);
     // Not started until the first file is named, so that one is always shown.
     QElapsedTimer sinceRedraw;
+    const bool forAll =
+        request.offerForAll &&
+        std::count_if(items.cbegin(), items.cend(), [](const auto& item) { return !item.isFolder; }) > 1;
+    // Set once "Sim para todos" or "Não para todos" was answered.
+    std::optional<bool> replaceAll;
+    // A folder that could not be made keeps what it holds out with it, without a box for each.
+    QStringList refusedFolders;
 
     Core::ImportBatch::Handler handler;
     handler.include = [&](const Core::ImportItem& item, const Core::VaultIndex& index) {
+        if (std::any_of(refusedFolders.cbegin(), refusedFolders.cend(),
+                        [&](const QString& folder) { return Core::liesBelow(item.vaultPath, folder); })) {
+            return false;
+        }
+        if (item.isFolder) {
+            return !index.directoryExists(item.vaultPath);
+        }
         if (!sinceRedraw.isValid() || sinceRedraw.elapsed() >= RedrawIntervalMs ||
             index.fileExists(item.vaultPath)) {
             progress->setValue(0);
@@ -54,10 +87,23 @@ void MainWindow::importFiles()
             QCoreApplication::processEvents();
             sinceRedraw.start();
         }
-        return !index.fileExists(item.vaultPath) ||
-               MessageBoxes::askYesNo(
-                   this, tr("Substituir arquivo"),
-                   tr("%1 já existe no cofre. Deseja substituir o arquivo protegido?").arg(item.vaultPath));
+        if (!index.fileExists(item.vaultPath)) {
+            return true;
+        }
+        const QString title = tr("Substituir arquivo");
+        const QString question =
+            tr("%1 já existe no cofre. Deseja substituir o arquivo protegido?").arg(item.vaultPath);
+        if (!forAll) {
+            return MessageBoxes::askYesNo(this, title, question);
+        }
+        if (replaceAll) {
+            return *replaceAll;
+        }
+        const MessageBoxes::ForAll answer = MessageBoxes::askYesNoForAll(this, title, question);
+        if (answer == MessageBoxes::ForAll::YesToAll || answer == MessageBoxes::ForAll::NoToAll) {
+            replaceAll = answer == MessageBoxes::ForAll::YesToAll;
+        }
+        return answer == MessageBoxes::ForAll::Yes || answer == MessageBoxes::ForAll::YesToAll;
     };
     handler.progress = [&](const Core::ImportBatch::Progress& step) {
         if (sinceRedraw.isValid() && sinceRedraw.elapsed() >= RedrawIntervalMs) {
@@ -66,11 +112,15 @@ void MainWindow::importFiles()
         }
     };
     handler.failed = [&](const Core::ImportItem& item, const Core::Failure& failure) {
+        if (item.isFolder) {
+            refusedFolders << item.vaultPath;
+        }
         MessageBoxes::warning(this, tr("Velmarin"),
                               tr("Não foi possível importar %1.").arg(QFileInfo(item.localPath).fileName()),
                               FailureText::why(failure));
     };
-    const Core::ImportBatch::Outcome outcome = m_vault.importBatch(items, handler);
+    const Core::ImportBatch::Outcome outcome =
+        items.isEmpty() ? Core::ImportBatch::Outcome{} : m_vault.importBatch(items, handler);
     if (outcome.stopped || outcome.fitting) {
         explainImportStop(items, outcome);
     }
@@ -78,11 +128,8 @@ void MainWindow::importFiles()
     progress->close();
     refreshFileTable();
     refreshDeviceList();
-
-    // The count is shown even when it is 0, so the user always sees how many went in.
-    const int imported = outcome.imported;
-    showOutcome(imported == 1 ? tr("Arquivo importado com sucesso.")
-                              : tr("%1 arquivos importados com sucesso.").arg(imported));
+    tellLeftOut(request);
+    showOutcome(importOutcomeText(outcome.imported, ignored));
 }
 
 void MainWindow::explainImportStop(const QList<Core::ImportItem>& items,
@@ -90,8 +137,10 @@ void MainWindow::explainImportStop(const QList<Core::ImportItem>& items,
 {
     if (outcome.fitting) {
         // The index filled between the check and the batch: nothing was written.
+        const auto files = std::count_if(items.cbegin(), items.cend(),
+                                         [](const Core::ImportItem& item) { return !item.isFolder; });
         MessageBoxes::warning(this, tr("Importar arquivos"),
-                              FailureText::indexCapacity(*outcome.fitting, static_cast<int>(items.size())));
+                              FailureText::indexCapacity(*outcome.fitting, static_cast<int>(files)));
         return;
     }
     const QString where = outcome.stoppedAt >= 0 && outcome.stoppedAt < items.size()
@@ -108,6 +157,7 @@ bool MainWindow::confirmImportSpace(const QList<Core::ImportItem>& items)
 {
     const QString title = tr("Importar arquivos");
     qint64 total = 0;
+    int files = 0;
     for (const Core::ImportItem& item : items) {
         const QFileInfo info(item.localPath);
         if (!info.exists()) {
@@ -115,7 +165,9 @@ bool MainWindow::confirmImportSpace(const QList<Core::ImportItem>& items)
                 nullptr, title, tr("O arquivo %1 não está disponível para importação.").arg(item.localPath));
             return false;
         }
-        total += info.size();
+        // A folder adds an entry to the index but nothing to the container.
+        total += item.isFolder ? 0 : info.size();
+        files += item.isFolder ? 0 : 1;
     }
 
     int fitting = 0;
@@ -124,9 +176,8 @@ bool MainWindow::confirmImportSpace(const QList<Core::ImportItem>& items)
                               FailureText::why(m_vault.lastFailure()));
         return false;
     }
-    if (fitting < items.size()) {
-        MessageBoxes::warning(nullptr, title,
-                              FailureText::indexCapacity(fitting, static_cast<int>(items.size())));
+    if (fitting < files) {
+        MessageBoxes::warning(nullptr, title, FailureText::indexCapacity(fitting, files));
         return false;
     }
 

@@ -31,6 +31,7 @@ void MainWindow::createActions()
     m_actions.lock = make(tr("Bloquear"), QKeySequence(QStringLiteral("Ctrl+Shift+L")));
     m_actions.newFolder = make(tr("Nova pasta..."), QKeySequence(QStringLiteral("Ctrl+Shift+N")));
     m_actions.importFiles = make(tr("Importar..."), QKeySequence(QStringLiteral("Ctrl+I")));
+    m_actions.importFolder = make(tr("Importar pasta..."));
     m_actions.exportFile = make(tr("Exportar..."), QKeySequence(QStringLiteral("Ctrl+E")));
     m_actions.openFile = make(tr("Abrir"), QKeySequence(QStringLiteral("Return")));
     m_actions.renameFolder = make(tr("Renomear pasta..."));
@@ -69,6 +70,7 @@ void MainWindow::buildMenus()
     filesMenu->addAction(m_actions.newFolder);
     filesMenu->addSeparator();
     filesMenu->addAction(m_actions.importFiles);
+    filesMenu->addAction(m_actions.importFolder);
     filesMenu->addAction(m_actions.exportFile);
     filesMenu->addAction(m_actions.openFile);
     filesMenu->addSeparator();
@@ -104,6 +106,7 @@ void MainWindow::connectSignals()
     connectOperation(m_actions.lock, &MainWindow::lockVault);
     connectOperation(m_actions.newFolder, &MainWindow::createFolder);
     connectOperation(m_actions.importFiles, &MainWindow::importFiles);
+    connectOperation(m_actions.importFolder, &MainWindow::importFolder);
     connectOperation(m_actions.exportFile, &MainWindow::exportFile);
     connectOperation(m_actions.openFile, &MainWindow::openFile);
     connectOperation(m_actions.moveFile, &MainWindow::moveFile);
@@ -127,6 +130,7 @@ void MainWindow::connectSignals()
             &MainWindow::onHeaderClicked);
     connect(m_fileTable, &QTableWidget::customContextMenuRequested, this, &MainWindow::showTableContextMenu);
     connectAutoLock();
+    acceptDrops();
 }
 
 void MainWindow::showHelp()

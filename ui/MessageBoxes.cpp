@@ -49,6 +49,27 @@ MessageBoxes::Answer MessageBoxes::askKeepingWork(QWidget* parent, const QString
     return box.clickedButton() == noButton ? Answer::No : Answer::Neither;
 }
 
+MessageBoxes::ForAll MessageBoxes::askYesNoForAll(QWidget* parent, const QString& title, const QString& text)
+{
+    QMessageBox box(QMessageBox::Question, title, text, QMessageBox::NoButton, parent);
+    box.setTextFormat(Qt::PlainText);
+    QPushButton* yesButton = box.addButton(tr("Sim"), QMessageBox::YesRole);
+    QPushButton* yesToAllButton = box.addButton(tr("Sim para todos"), QMessageBox::YesRole);
+    QPushButton* noButton = box.addButton(tr("Não"), QMessageBox::NoRole);
+    QPushButton* noToAllButton = box.addButton(tr("Não para todos"), QMessageBox::NoRole);
+    box.setDefaultButton(noButton);
+    box.setEscapeButton(noButton);
+    box.layout()->setSizeConstraint(QLayout::SetFixedSize);
+    box.exec();
+    if (box.clickedButton() == yesButton) {
+        return ForAll::Yes;
+    }
+    if (box.clickedButton() == yesToAllButton) {
+        return ForAll::YesToAll;
+    }
+    return box.clickedButton() == noToAllButton ? ForAll::NoToAll : ForAll::No;
+}
+
 QString MessageBoxes::askText(QWidget* parent, const QString& title, const QString& label,
                               const QString& text, bool* accepted)
 {

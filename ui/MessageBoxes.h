@@ -33,6 +33,16 @@ public:
         Neither
     };
     static Answer askKeepingWork(QWidget* parent, const QString& title, const QString& text);
+    // "Sim", "Sim para todos", "Não", "Não para todos", for a question met many times in one
+    // operation; "Não" is the default and the answer to Esc.
+    enum class ForAll
+    {
+        Yes,
+        YesToAll,
+        No,
+        NoToAll
+    };
+    static ForAll askYesNoForAll(QWidget* parent, const QString& title, const QString& text);
 
     // A single-line text prompt with "OK" and "Cancelar"; accepted is false when cancelled.
     static QString askText(QWidget* parent, const QString& title, const QString& label, const QString& text,

@@ -22,4 +22,10 @@ QString SystemFileDialogs::saveFileName(QWidget* parent, const QString& caption,
     return QFileDialog::getSaveFileName(parent, caption, directory, filter);
 }
 
+QString SystemFileDialogs::existingDirectory(QWidget* parent, const QString& caption,
+                                             const QString& directory)
+{
+    return QFileDialog::getExistingDirectory(parent, caption, directory);
+}
+
 } // namespace Velmarin::UI

@@ -14,6 +14,7 @@ public:
                               const QString& filter) override;
     QString saveFileName(QWidget* parent, const QString& caption, const QString& directory,
                          const QString& filter) override;
+    QString existingDirectory(QWidget* parent, const QString& caption, const QString& directory) override;
 };
 
 } // namespace Velmarin::UI

@@ -38,6 +38,12 @@ QString FakeFileDialogs::saveFileName(QWidget*, const QString& caption, const QS
     return next(fileAnswers);
 }
 
+QString FakeFileDialogs::existingDirectory(QWidget*, const QString& caption, const QString& directory)
+{
+    calls.append({QStringLiteral("folder"), caption, directory, QString()});
+    return next(folderAnswers);
+}
+
 FakeWindowServices::FakeWindowServices(bool withDeviceManager, const QString& workspaceRoot)
 {
     if (withDeviceManager) {

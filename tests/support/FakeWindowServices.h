@@ -22,7 +22,7 @@ public:
 // One picker call as the window made it.
 struct PickerCall
 {
-    QString kind; // "open", "openMany" or "save"
+    QString kind; // "open", "openMany", "save" or "folder"
     QString caption;
     QString directory;
     QString filter;
@@ -38,9 +38,11 @@ public:
                               const QString& filter) override;
     QString saveFileName(QWidget*, const QString& caption, const QString& directory,
                          const QString& filter) override;
+    QString existingDirectory(QWidget*, const QString& caption, const QString& directory) override;
 
     std::deque<QString> fileAnswers;
     std::deque<QStringList> fileListAnswers;
+    std::deque<QString> folderAnswers;
     QList<PickerCall> calls;
 };
 
