@@ -108,7 +108,7 @@ bool PayloadStore::appendBlocks(QIODevice& source, QIODevice& container, qint64 
 }
 
 bool PayloadStore::exportBlocks(QIODevice& container, const FileEntry& entry, QIODevice& destination,
-                                bool* destinationFailed) const
+                                bool* destinationFailed, const ProgressCallback& progress) const
 {
     if (destinationFailed != nullptr) {
         *destinationFailed = false;
@@ -116,6 +116,7 @@ bool PayloadStore::exportBlocks(QIODevice& container, const FileEntry& entry, QI
     m_writeError.clear();
     CacheAdvice::sequential(container);
     WriteBehind toDrive(destination);
+    qint64 done = 0;
     for (const BlockEntry& block : entry.blocks) {
         if (!readSealed(container, block, m_sealed) || key() == nullptr) {
             return false;
@@ -135,6 +136,10 @@ bool PayloadStore::exportBlocks(QIODevice& container, const FileEntry& entry, QI
                 *destinationFailed = true;
             }
             return false;
+        }
+        done += block.plainSize;
+        if (progress) {
+            progress(done, entry.sizeBytes, entry.vaultPath);
         }
     }
     return true;

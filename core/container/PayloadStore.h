@@ -41,9 +41,9 @@ public:
     // Decrypts entry's blocks in order into destination; stops at the first block that does not
     // authenticate, after the earlier ones were written.
     // destinationFailed tells a destination that refused bytes from a block that did not read or
-    // authenticate.
+    // authenticate. Reports (done, entry's size, entry's vault path) after each block written.
     bool exportBlocks(QIODevice& container, const FileEntry& entry, QIODevice& destination,
-                      bool* destinationFailed = nullptr) const;
+                      bool* destinationFailed = nullptr, const ProgressCallback& progress = {}) const;
 
     // Reads a block's ciphertext into sealed and checks it the way an export would, so that it can be
     // moved unchanged; the plaintext is wiped unseen. False when the block cannot be read or does not

@@ -127,7 +127,8 @@ void FileTransfer::truncateContainer(QFile& container, const QString& path, qint
     container.close();
 }
 
-bool FileTransfer::exportFile(const QString& vaultPath, QIODevice* destination) const
+bool FileTransfer::exportFile(const QString& vaultPath, QIODevice* destination,
+                              const ProgressCallback& progress) const
 {
     if (!m_session.isOpen()) {
         return m_session.fail(Failure::Reason::NotUnlocked);
@@ -145,7 +146,7 @@ bool FileTransfer::exportFile(const QString& vaultPath, QIODevice* destination) 
     }
     bool destinationFailed = false;
     const PayloadStore& store = m_session.payloadStore();
-    if (store.exportBlocks(container, *entry, *destination, &destinationFailed)) {
+    if (store.exportBlocks(container, *entry, *destination, &destinationFailed, progress)) {
         return true;
     }
     if (destinationFailed) {

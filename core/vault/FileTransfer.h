@@ -24,7 +24,9 @@ public:
     bool importFile(QFile& source, qint64 size, const QDateTime& modifiedUtc, const QString& vaultPath,
                     const ProgressCallback& progress);
     bool exportFile(const QString& vaultPath, const QString& destinationPath) const;
-    bool exportFile(const QString& vaultPath, QIODevice* destination) const;
+    // progress gets (bytes written, the file's size, its vault path) after each block.
+    bool exportFile(const QString& vaultPath, QIODevice* destination,
+                    const ProgressCallback& progress = {}) const;
 
 private:
     // Puts the container back to size after a failed append.

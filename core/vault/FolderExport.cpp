@@ -7,12 +7,10 @@
 
 #include <QDir>
 #include <QFileInfo>
-#include <QIODevice>
 #include <QRegularExpression>
 #include <QSaveFile>
 
 #include <algorithm>
-#include <utility>
 
 namespace Velmarin::Core {
 
@@ -23,33 +21,6 @@ constexpr Qt::CaseSensitivity FileNameCase = Qt::CaseInsensitive;
 #else
 constexpr Qt::CaseSensitivity FileNameCase = Qt::CaseSensitive;
 #endif
-
-// Passes what an export writes on to its file, counting the bytes for the progress callback.
-class CountingDevice : public QIODevice
-{
-public:
-    CountingDevice(QIODevice& target, std::function<void(qint64)> counted)
-        : m_target(target)
-        , m_counted(std::move(counted))
-    {
-        open(QIODevice::WriteOnly | QIODevice::Unbuffered);
-    }
-
-protected:
-    qint64 readData(char*, qint64) override { return -1; }
-    qint64 writeData(const char* data, qint64 size) override
-    {
-        const qint64 written = m_target.write(data, size);
-        if (written > 0) {
-            m_counted(written);
-        }
-        return written;
-    }
-
-private:
-    QIODevice& m_target;
-    std::function<void(qint64)> m_counted;
-};
 
 // A path below the exported folder as the engine stores paths, and never one that names a drive: an
 // index that lies can hold "..", a leading "/", backslashes or "C:".
@@ -261,20 +232,19 @@ void FolderExport::exportOne(const QString& vaultPath, const QString& target, qi
                handler, outcome);
         return;
     }
-    CountingDevice counter(file, [&](qint64 written) {
-        m_done += written;
+    // The file itself goes to the export, so its writes reach the drive as they are made.
+    const qint64 start = m_done;
+    const ProgressCallback perFile = [&](qint64 written, qint64, const QString&) {
+        m_done = start + written;
         if (handler.progress) {
             handler.progress(m_done, m_total, vaultPath);
         }
-    });
+    };
     Failure failure;
-    if (!m_transfer.exportFile(vaultPath, &counter)) {
+    if (!m_transfer.exportFile(vaultPath, &file, perFile)) {
         failure = m_session.failure();
-        if (failure.reason == Failure::Reason::DestinationUnwritable) {
-            failure.path = target;
-            if (failure.systemError.isEmpty()) {
-                failure.systemError = systemError();
-            }
+        if (failure.reason == Failure::Reason::DestinationUnwritable && failure.systemError.isEmpty()) {
+            failure.systemError = systemError();
         }
     } else if (!file.flush() || !file.commit()) {
         // Flushed first: commit lets a failed flush of the buffer pass and puts a short copy in place.
