@@ -441,8 +441,11 @@ void TestCliSession::badContainers_data()
                                << "texto.vltx não é um container Velmarin válido.";
     QTest::newRow("empty file") << "vazio.vltx" << QByteArray("") << 3
                                 << "vazio.vltx não é um container Velmarin válido.";
-    QTest::newRow("directory") << "pasta.vltx" << QByteArray("<pasta>") << 3
-                               << "pasta.vltx não é um container Velmarin válido.";
+    // A folder is no file at all: it says so, as a pipe or a link at that path would.
+    QTest::newRow("directory")
+        << "pasta.vltx" << QByteArray("<pasta>") << 3
+        << "pasta.vltx não é um arquivo comum: é uma pasta, um pipe, um dispositivo ou "
+           "um link. Ele não foi aberto.";
 }
 
 void TestCliSession::badContainers()
