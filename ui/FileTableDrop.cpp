@@ -11,12 +11,13 @@ namespace Velmarin::UI {
 FileTableDrop::FileTableDrop(QAbstractItemView* view, Accepting accepting, Dropped dropped)
     : QObject(view)
     , m_view(view)
+    , m_viewport(view->viewport())
     , m_accepting(std::move(accepting))
     , m_dropped(std::move(dropped))
 {
     m_view->setAcceptDrops(true);
-    m_view->viewport()->setAcceptDrops(true);
-    m_view->viewport()->installEventFilter(this);
+    m_viewport->setAcceptDrops(true);
+    m_viewport->installEventFilter(this);
 }
 
 QStringList FileTableDrop::localPaths(const QMimeData* mime)
@@ -41,7 +42,8 @@ bool FileTableDrop::takes(const QDropEvent* event) const
 
 bool FileTableDrop::eventFilter(QObject* watched, QEvent* event)
 {
-    if (watched != m_view->viewport()) {
+    // Compared, never called: the viewport's last events come while the view is being destroyed.
+    if (watched != m_viewport) {
         return false;
     }
     switch (event->type()) {

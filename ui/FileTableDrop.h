@@ -7,6 +7,7 @@
 #include <functional>
 
 class QAbstractItemView;
+class QWidget;
 class QDropEvent;
 class QMimeData;
 
@@ -35,6 +36,8 @@ private:
     bool takes(const QDropEvent* event) const;
 
     QAbstractItemView* m_view;
+    // The view's viewport as it was when watched; only compared against.
+    QWidget* m_viewport;
     Accepting m_accepting;
     Dropped m_dropped;
 };
