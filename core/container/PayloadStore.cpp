@@ -166,6 +166,31 @@ bool PayloadStore::readAuthentic(QIODevice& container, const BlockEntry& block, 
     return m_cipher.finishOpen(in + length);
 }
 
+bool PayloadStore::reseal(QIODevice& container, const BlockEntry& block, const PayloadStore& sealer,
+                          QByteArray& sealed, BlockEntry& resealed) const
+{
+    if (!readSealed(container, block, m_sealed) || key() == nullptr || sealer.key() == nullptr) {
+        return false;
+    }
+    // Opened whole before anything is sealed again: no byte of a block that does not authenticate
+    // goes under the new key.
+    char* plain = plainSpace(block.plainSize);
+    if (!m_cipher.open(key(), bytes(block.nonce.constData()), m_associatedData, bytes(m_sealed.constData()),
+                       static_cast<size_t>(m_sealed.size()), bytes(plain))) {
+        return false;
+    }
+    const QByteArray nonce = m_crypto.randomBytes(VaultCrypto::NonceSize);
+    sealed.resize(static_cast<qsizetype>(block.encryptedSize));
+    if (nonce.size() != VaultCrypto::NonceSize ||
+        !sealer.m_cipher.seal(sealer.key(), bytes(nonce.constData()), sealer.m_associatedData, bytes(plain),
+                              static_cast<size_t>(block.plainSize), bytes(sealed.data()))) {
+        return false;
+    }
+    resealed = block;
+    resealed.nonce = nonce;
+    return true;
+}
+
 bool PayloadStore::readSealed(QIODevice& container, const BlockEntry& block, QByteArray& sealed)
 {
     if (!isPlausible(block) || block.nonce.size() != VaultCrypto::NonceSize ||

@@ -49,6 +49,11 @@ public:
     // moved unchanged; the plaintext is wiped unseen. False when the block cannot be read or does not
     // authenticate.
     bool readAuthentic(QIODevice& container, const BlockEntry& block, QByteArray& sealed) const;
+    // For a new key: opens a block whole with this store's key and seals its plaintext again with
+    // sealer's, under a fresh nonce; sealed and resealed (the block's sizes and new nonce) receive the
+    // result. False when the block cannot be read or does not authenticate, or the seal fails.
+    bool reseal(QIODevice& container, const BlockEntry& block, const PayloadStore& sealer, QByteArray& sealed,
+                BlockEntry& resealed) const;
 
     // The system's words when the last append or export failed because bytes it had already taken
     // did not reach the drive (the device itself reports nothing then); empty otherwise.

@@ -29,12 +29,33 @@ bool VaultCompactor::compact(const QString& containerPath, const VaultIndex& liv
                              const ProgressCallback& progress, QString* preservedPath,
                              VaultIndex& compactedIndex, QStringList* damagedFiles) const
 {
-    if (damagedFiles != nullptr) {
-        damagedFiles->clear();
-    }
     ContainerHeader header;
     if (!m_containerFile.readHeader(containerPath, header)) {
+        if (damagedFiles != nullptr) {
+            damagedFiles->clear();
+        }
         return false;
+    }
+    return rebuild(containerPath, header, nullptr, liveIndex, progress, preservedPath, compactedIndex,
+                   damagedFiles);
+}
+
+bool VaultCompactor::reseal(const QString& containerPath, const ContainerHeader& newHeader,
+                            const PayloadStore& sealer, const VaultIndex& liveIndex,
+                            const ProgressCallback& progress, QString* preservedPath,
+                            VaultIndex& resealedIndex, QStringList* damagedFiles) const
+{
+    return rebuild(containerPath, newHeader, &sealer, liveIndex, progress, preservedPath, resealedIndex,
+                   damagedFiles);
+}
+
+bool VaultCompactor::rebuild(const QString& containerPath, ContainerHeader header, const PayloadStore* sealer,
+                             const VaultIndex& liveIndex, const ProgressCallback& progress,
+                             QString* preservedPath, VaultIndex& rebuiltIndex,
+                             QStringList* damagedFiles) const
+{
+    if (damagedFiles != nullptr) {
+        damagedFiles->clear();
     }
     QFile oldContainer(containerPath);
     if (!oldContainer.open(QIODevice::ReadOnly)) {
@@ -53,7 +74,7 @@ bool VaultCompactor::compact(const QString& containerPath, const VaultIndex& liv
     VaultIndex newIndex;
     QStringList damaged;
     const bool written = m_containerFile.writeNewContainer(newPath, header, [&](QIODevice& device) {
-        return copyLiveBlocks(oldContainer, device, liveIndex, progress, newIndex, damaged) &&
+        return copyLiveBlocks(oldContainer, device, liveIndex, sealer, progress, newIndex, damaged) &&
                m_cipher.sealInto(header, newIndex);
     });
     oldContainer.close();
@@ -82,7 +103,7 @@ bool VaultCompactor::compact(const QString& containerPath, const VaultIndex& liv
         }
         return false;
     }
-    compactedIndex = newIndex;
+    rebuiltIndex = newIndex;
     workFolder.remove();
     return true;
 }
@@ -159,8 +180,9 @@ FileSync::CopyProgress VaultCompactor::swapProgress(const ProgressCallback& prog
 }
 
 bool VaultCompactor::copyLiveBlocks(QIODevice& oldContainer, QIODevice& newContainer,
-                                    const VaultIndex& liveIndex, const ProgressCallback& progress,
-                                    VaultIndex& newIndex, QStringList& damagedFiles) const
+                                    const VaultIndex& liveIndex, const PayloadStore* sealer,
+                                    const ProgressCallback& progress, VaultIndex& newIndex,
+                                    QStringList& damagedFiles) const
 {
     newIndex = VaultIndex();
     for (const DirectoryEntry& directory : liveIndex.directories()) {
@@ -179,11 +201,14 @@ bool VaultCompactor::copyLiveBlocks(QIODevice& oldContainer, QIODevice& newConta
         bool damaged = false;
         for (const BlockEntry& block : file.blocks) {
             // After the first bad block the file is known damaged; its other blocks need no reading.
-            damaged = damaged || !m_store.readAuthentic(oldContainer, block, sealed);
+            // Blocks move unchanged, their associated data not depending on where they lie, unless
+            // they go under a new key.
+            BlockEntry movedBlock = block;
+            damaged = damaged ||
+                      !(sealer != nullptr ? m_store.reseal(oldContainer, block, *sealer, sealed, movedBlock)
+                                          : m_store.readAuthentic(oldContainer, block, sealed));
             // Once anything is damaged the new container will be dropped: only checking goes on.
             if (!damaged && damagedFiles.isEmpty()) {
-                // Blocks move unchanged: their associated data does not depend on where they lie.
-                BlockEntry movedBlock = block;
                 movedBlock.offset = newContainer.pos();
                 if (!FileSync::writeAll(newContainer, sealed.constData(), sealed.size()) ||
                     !toDisk.advance()) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "core/container/ContainerHeader.h"
 #include "core/container/FileSync.h"
 #include "core/container/ProgressCallback.h"
 #include "core/index/VaultIndex.h"
@@ -17,7 +18,6 @@ class ContainerLock;
 class ContainerFile;
 class IndexCipher;
 class PayloadStore;
-struct ContainerHeader;
 
 // Rebuilds a container with only the blocks its index still refers to. The new container is built
 // on the local disk first: each block's authentication tag is checked as the block is copied (the
@@ -49,11 +49,22 @@ public:
     bool compact(const QString& containerPath, const VaultIndex& liveIndex, const ProgressCallback& progress,
                  QString* preservedPath, VaultIndex& compactedIndex,
                  QStringList* damagedFiles = nullptr) const;
+    // The same rebuild under a new master key (a re-key): each live block is opened with the store's
+    // key and sealed again by sealer under a fresh nonce, and the new container takes newHeader (the
+    // new key's wrapping) in place of the old header. The cipher given at construction is the new
+    // key's: it seals the new index and reads it back.
+    bool reseal(const QString& containerPath, const ContainerHeader& newHeader, const PayloadStore& sealer,
+                const VaultIndex& liveIndex, const ProgressCallback& progress, QString* preservedPath,
+                VaultIndex& resealedIndex, QStringList* damagedFiles = nullptr) const;
 
 private:
+    // header is what the new container starts from; sealer, when given, seals every block anew.
+    bool rebuild(const QString& containerPath, ContainerHeader header, const PayloadStore* sealer,
+                 const VaultIndex& liveIndex, const ProgressCallback& progress, QString* preservedPath,
+                 VaultIndex& rebuiltIndex, QStringList* damagedFiles) const;
     // False on damage (named in damagedFiles) or when the new container cannot be written.
     bool copyLiveBlocks(QIODevice& oldContainer, QIODevice& newContainer, const VaultIndex& liveIndex,
-                        const ProgressCallback& progress, VaultIndex& newIndex,
+                        const PayloadStore* sealer, const ProgressCallback& progress, VaultIndex& newIndex,
                         QStringList& damagedFiles) const;
     bool verify(const QString& newPath, const VaultIndex& liveIndex) const;
     bool replaceBeside(const QString& newPath, const QString& containerPath,

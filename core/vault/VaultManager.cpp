@@ -7,6 +7,7 @@
 #include "core/index/VaultPath.h"
 #include "core/vault/MasterKeyWrap.h"
 #include "core/vault/VaultCompactor.h"
+#include "core/vault/VaultRekey.h"
 #include "core/vault/VaultVerifier.h"
 
 #include <QFileInfo>
@@ -242,6 +243,15 @@ bool VaultManager::changePassword(const QString& containerPath, const QByteArray
     }
     return m_session.containerFile().rewriteHeader(containerPath, header) ||
            m_session.failWrite(containerPath);
+}
+
+bool VaultManager::rekeyVault(const QString& containerPath, const QByteArray& currentPassword,
+                              const QByteArray& newPassword, const ProgressCallback& progress,
+                              QString* preservedPath, QStringList* damagedFiles)
+{
+    m_session.clearFailure();
+    return VaultRekey(m_session, m_workspace.root())
+        .run(containerPath, currentPassword, newPassword, progress, preservedPath, damagedFiles);
 }
 
 bool VaultManager::importFile(const QString& sourcePath, const QString& vaultPath,

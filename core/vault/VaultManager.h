@@ -70,6 +70,12 @@ public:
     static bool isInUse(const QString& containerPath);
     bool changePassword(const QString& containerPath, const QByteArray& currentPassword,
                         const QByteArray& newPassword);
+    // The same change with a re-key: the whole vault is sealed again under a new master key (see
+    // VaultRekey), so no header from before opens what the container holds now. progress,
+    // preservedPath and damagedFiles are the compaction's (see compactVault).
+    bool rekeyVault(const QString& containerPath, const QByteArray& currentPassword,
+                    const QByteArray& newPassword, const ProgressCallback& progress, QString* preservedPath,
+                    QStringList* damagedFiles = nullptr);
 
     State state() const { return isUnlocked() ? State::Unlocked : State::Locked; }
     bool isUnlocked() const { return m_session.isOpen(); }

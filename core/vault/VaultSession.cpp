@@ -73,8 +73,12 @@ PayloadStore VaultSession::payloadStore() const
 
 QString VaultSession::workspaceId() const
 {
-    const QByteArray digest =
-        m_crypto.hmacSha256(m_masterKey.view(), QByteArrayLiteral("velmarin-workspace"));
+    return workspaceIdOf(m_crypto, m_masterKey.view());
+}
+
+QString VaultSession::workspaceIdOf(const VaultCrypto& crypto, const QByteArray& masterKey)
+{
+    const QByteArray digest = crypto.hmacSha256(masterKey, QByteArrayLiteral("velmarin-workspace"));
     return QString::fromLatin1(digest.left(16).toHex());
 }
 

@@ -60,6 +60,8 @@ public:
     PayloadStore payloadStore() const;
     // Names the container's workspace without telling anyone who lacks the key which container it is.
     QString workspaceId() const;
+    // The same name for any master key: what a re-key moves from the old key's to the new one's.
+    static QString workspaceIdOf(const VaultCrypto& crypto, const QByteArray& masterKey);
 
     // The container's header, recovered first when an earlier change left it torn.
     bool readCurrentHeader(ContainerHeader& header);

@@ -29,6 +29,7 @@ private Q_SLOTS:
     void onlyChangedCopiesOutliveACrash();
     void aPendingEditIsNeverOpenedOver();
     void strayRemovalLeavesAWorkspaceInUse();
+    void editsOfAKilledSessionSurviveARekey();
 
 private:
     WorkspaceFixture m_fixture;
@@ -249,6 +250,34 @@ void TestWorkspaceLeftovers::strayRemovalLeavesAWorkspaceInUse()
     // Nothing of it is left, not even a renamed folder on its way out.
     QCOMPARE(QDir(m_fixture.root()).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot),
              QStringList());
+}
+
+void TestWorkspaceLeftovers::editsOfAKilledSessionSurviveARekey()
+{
+    {
+        VaultManager vault(m_fixture.root());
+        QVERIFY(vault.unlock(m_fixture.container(), TestFiles::password()));
+        QVERIFY(m_fixture.importText(vault, QStringLiteral("Docs/a.txt"), "antes da queda"));
+        QVERIFY(vault.lock());
+    }
+    QVERIFY(m_fixture.editAndDie(QStringLiteral("Docs/a.txt"), "escrito antes do kill -9"));
+    const QStringList before = QDir(m_fixture.root()).entryList(QDir::Dirs | QDir::NoDotAndDotDot);
+    QCOMPARE(before.size(), 1);
+
+    // The workspace is named from the master key, which a re-key replaces: the copy moves with it.
+    const QByteArray newPassword("nova-senha-bem-longa");
+    VaultManager vault(m_fixture.root());
+    QVERIFY(vault.rekeyVault(m_fixture.container(), TestFiles::password(), newPassword, {}, nullptr));
+    const QStringList after = QDir(m_fixture.root()).entryList(QDir::Dirs | QDir::NoDotAndDotDot);
+    QCOMPARE(after.size(), 1);
+    QVERIFY(after != before);
+    QVERIFY(vault.unlock(m_fixture.container(), newPassword));
+    QCOMPARE(vault.leftoverEdits().size(), 1);
+    QCOMPARE(vault.leftoverEdits().at(0).vaultPath, QStringLiteral("Docs/a.txt"));
+    QVERIFY(vault.bringBackLeftoverEdits());
+    QCOMPARE(WorkspaceFixture::exported(vault, QStringLiteral("Docs/a.txt")),
+             QByteArray("escrito antes do kill -9"));
+    QVERIFY(vault.lock());
 }
 
 QTEST_GUILESS_MAIN(TestWorkspaceLeftovers)

@@ -1,0 +1,553 @@
+// A password change with a re-key: the whole vault sealed again under a new master key, in a new
+// container built like a compaction's, so no header of before opens what the container holds now.
+#include "FailureInjection.h"
+#include "FileSizeLimit.h"
+#include "LockedVaultEditor.h"
+#include "MountedDrive.h"
+#include "TestFiles.h"
+#include "VaultFixture.h"
+#include "core/container/ContainerFile.h"
+#include "core/container/PayloadStore.h"
+#include "core/container/ProgressCallback.h"
+#include "core/vault/VaultManager.h"
+
+#include <QtTest>
+
+using namespace Velmarin::Core;
+using Velmarin::Tests::FailureInjection;
+using Velmarin::Tests::FileSizeLimit;
+using Velmarin::Tests::LockedVaultEditor;
+using Velmarin::Tests::MountedDrive;
+using Velmarin::Tests::TestFiles;
+using Velmarin::Tests::VaultFixture;
+
+namespace {
+
+constexpr qint64 MiB = 1024 * 1024;
+const QByteArray NewPassword = QByteArrayLiteral("nova-senha-bem-longa");
+
+QStringList nonces(const VaultIndex& index)
+{
+    QStringList all;
+    for (const FileEntry& file : index.files()) {
+        for (const BlockEntry& block : file.blocks) {
+            all << QString::fromLatin1(block.nonce.toHex());
+        }
+    }
+    return all;
+}
+
+} // namespace
+
+class TestRekey : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init();
+    void cleanup();
+    void everyFileExportsTheSameAndDeadDataGoes();
+    void anOldHeaderPastedBackOpensNothingOfToday();
+    void withoutARekeyTheOldWrappingOpensToday();
+    void anOldCopyStillOpensWithTheOldPasswordOnly();
+    void aFailureBesideTheOldContainerKeepsIt_data();
+    void aFailureBesideTheOldContainerKeepsIt();
+    void aFileSizeLimitStopsTheBuildAndChangesNothing();
+    void aDriveWithRoomForOneContainerIsRekeyedInTurn();
+    void aFailureInTurnKeepsAWholeContainer_data();
+    void aFailureInTurnKeepsAWholeContainer();
+    void aDamagedBlockChangesNothingAndIsNamed();
+    void aWrongPasswordOrAnOpenVaultChangesNothing();
+    void aLocalDiskWithoutRoomIsRefusedFirst();
+    void aFatDriveRefusesAContainerPastItsLimit();
+
+private:
+    QString path(const QString& name) const { return m_fixture.path(name); }
+    QString container() const { return m_fixture.container(); }
+    void importPattern(const QString& vaultPath, qint64 size, quint32 seed);
+    // Three files and an empty folder, a fourth file deleted; the vault is left locked.
+    void fillVaultAndLock();
+    QStringList workFolders() const;
+    // A vault on a tmpfs, a 20 MiB file deleted and an 8 MiB one kept, locked; false when no tmpfs.
+    bool setUpDrive(MountedDrive& drive, QString& driveContainer);
+    bool opens(const QString& containerPath, const QByteArray& password, Failure* failure = nullptr) const;
+    // Exports every file of a fresh session on containerPath and compares it with its source.
+    void exportsEveryFile(const QString& containerPath, const QByteArray& password);
+    bool rekey(QString* preserved = nullptr, QStringList* damaged = nullptr,
+               const ProgressCallback& progress = {})
+    {
+        return m_fixture.vault().rekeyVault(container(), TestFiles::password(), NewPassword, progress,
+                                            preserved, damaged);
+    }
+
+    VaultFixture m_fixture;
+    QString m_temp;
+    QByteArray m_savedTmpdir;
+    // Vault path to the source its bytes came from.
+    QMap<QString, QString> m_sources;
+};
+
+void TestRekey::init()
+{
+    QVERIFY(m_fixture.setUp(QStringLiteral("usb/velmarin.vltx")));
+    m_temp = path(QStringLiteral("tmp"));
+    QVERIFY(QDir().mkpath(m_temp));
+    m_savedTmpdir = qgetenv("TMPDIR");
+    qputenv("TMPDIR", m_temp.toUtf8());
+    m_sources.clear();
+}
+
+void TestRekey::cleanup()
+{
+    m_fixture.tearDown();
+    if (m_savedTmpdir.isEmpty()) {
+        qunsetenv("TMPDIR");
+    } else {
+        qputenv("TMPDIR", m_savedTmpdir);
+    }
+}
+
+void TestRekey::importPattern(const QString& vaultPath, qint64 size, quint32 seed)
+{
+    const QString source = path(QStringLiteral("fonte-%1.bin").arg(seed));
+    QVERIFY(TestFiles::writePattern(source, size, seed));
+    QVERIFY(m_fixture.vault().importFile(source, vaultPath));
+    m_sources.insert(vaultPath, source);
+}
+
+void TestRekey::fillVaultAndLock()
+{
+    importPattern(QStringLiteral("Fotos/grande.bin"), 5 * MiB, 1);
+    importPattern(QStringLiteral("Fotos/pequeno.bin"), 1000, 2);
+    importPattern(QStringLiteral("doc.bin"), 17 * MiB, 3);
+    importPattern(QStringLiteral("carta.txt"), 300, 4);
+    QVERIFY(m_fixture.vault().createFolder(QStringLiteral("Vazia")));
+    QVERIFY(m_fixture.vault().deleteFile(QStringLiteral("Fotos/grande.bin")));
+    m_sources.remove(QStringLiteral("Fotos/grande.bin"));
+    QVERIFY(m_fixture.vault().lock());
+}
+
+QStringList TestRekey::workFolders() const
+{
+    return QDir(m_temp).entryList({QStringLiteral("Velmarin-compact-*")}, QDir::Dirs);
+}
+
+bool TestRekey::opens(const QString& containerPath, const QByteArray& password, Failure* failure) const
+{
+    VaultManager vault;
+    const bool opened = vault.unlock(containerPath, password, VaultManager::Access::ReadOnly);
+    if (failure != nullptr) {
+        *failure = vault.lastFailure();
+    }
+    vault.lock();
+    return opened;
+}
+
+void TestRekey::exportsEveryFile(const QString& containerPath, const QByteArray& password)
+{
+    VaultManager vault;
+    QVERIFY(vault.unlock(containerPath, password, VaultManager::Access::ReadOnly));
+    QStringList paths = VaultFixture::filePaths(vault.index());
+    paths.sort();
+    QCOMPARE(paths, m_sources.keys());
+    for (auto it = m_sources.cbegin(); it != m_sources.cend(); ++it) {
+        const QString out = path(QStringLiteral("saida.bin"));
+        QFile::remove(out);
+        QVERIFY2(vault.exportFile(it.key(), out), qPrintable(it.key()));
+        QVERIFY2(TestFiles::sameContents(out, it.value()), qPrintable(it.key()));
+    }
+    QVERIFY(vault.directoryExists(QStringLiteral("Vazia")));
+    VerificationReport report;
+    QVERIFY(vault.verifyContents(report));
+    QVERIFY(report.isSound());
+    vault.lock();
+}
+
+void TestRekey::everyFileExportsTheSameAndDeadDataGoes()
+{
+    fillVaultAndLock();
+    VaultManager before;
+    QVERIFY(before.unlock(container(), TestFiles::password(), VaultManager::Access::ReadOnly));
+    const QStringList oldNonces = nonces(before.index());
+    QStringList expectedLabels = VaultFixture::filePaths(before.index());
+    expectedLabels << QStringLiteral("<troca>");
+    qint64 liveBytes = 0;
+    for (const FileEntry& file : before.index().files()) {
+        for (const BlockEntry& block : file.blocks) {
+            liveBytes += block.encryptedSize;
+        }
+    }
+    before.lock();
+
+    QStringList labels;
+    QVERIFY(rekey(nullptr, nullptr, [&](qint64, qint64, const QString& label) {
+        const QString shown = isContainerSwap(label) ? QStringLiteral("<troca>") : label;
+        if (labels.isEmpty() || labels.constLast() != shown) {
+            labels << shown;
+        }
+    }));
+    QCOMPARE(labels, expectedLabels);
+    // The deleted file's blocks are gone, and only they.
+    QCOMPARE(QFileInfo(container()).size(), ContainerFile::PayloadOffset + liveBytes);
+    QVERIFY(workFolders().isEmpty());
+    QVERIFY(!QFile::exists(container() + QStringLiteral(".journal")));
+
+    Failure failure;
+    QVERIFY(!opens(container(), TestFiles::password(), &failure));
+    QCOMPARE(failure.reason, Failure::Reason::WrongPassword);
+    exportsEveryFile(container(), NewPassword);
+    // Every block went under the new key with a nonce of its own.
+    VaultManager after;
+    QVERIFY(after.unlock(container(), NewPassword, VaultManager::Access::ReadOnly));
+    const QStringList newNonces = nonces(after.index());
+    QCOMPARE(newNonces.size(), oldNonces.size());
+    for (const QString& nonce : newNonces) {
+        QVERIFY(!oldNonces.contains(nonce));
+    }
+}
+
+void TestRekey::anOldHeaderPastedBackOpensNothingOfToday()
+{
+    fillVaultAndLock();
+    QByteArray oldHeaderRegion = TestFiles::read(container()).left(ContainerFile::PayloadOffset);
+    ContainerHeader oldHeader;
+    QVERIFY(ContainerFile().readHeader(container(), oldHeader));
+    // Written after the old header was copied: what the attacker must not read.
+    QVERIFY(m_fixture.vault().unlock(container(), TestFiles::password()));
+    importPattern(QStringLiteral("depois.bin"), 2000, 9);
+    QVERIFY(m_fixture.vault().lock());
+    QVERIFY(rekey());
+    const QByteArray today = TestFiles::read(container());
+
+    // Only the old key wrapping spliced into today's header: the old password opens the old key,
+    // which does not open today's index; the new password does not open the old wrapping.
+    ContainerHeader spliced;
+    QVERIFY(ContainerFile().readHeader(container(), spliced));
+    spliced.crypto.kdf = oldHeader.crypto.kdf;
+    spliced.crypto.kdfIterations = oldHeader.crypto.kdfIterations;
+    spliced.crypto.salt = oldHeader.crypto.salt;
+    spliced.crypto.nonce = oldHeader.crypto.nonce;
+    spliced.crypto.encryptedMasterKey = oldHeader.crypto.encryptedMasterKey;
+    QVERIFY(ContainerFile().rewriteHeader(container(), spliced));
+    Failure failure;
+    QVERIFY(!opens(container(), TestFiles::password(), &failure));
+    QCOMPARE(failure.reason, Failure::Reason::Damaged);
+    QVERIFY(!opens(container(), NewPassword, &failure));
+    QCOMPARE(failure.reason, Failure::Reason::WrongPassword);
+
+    // The whole old header region pasted over today's: the old password opens the old index, whose
+    // blocks are not there under its key; nothing of today is named or read.
+    QVERIFY(TestFiles::write(container(), today));
+    QFile file(container());
+    QVERIFY(file.open(QIODevice::ReadWrite));
+    QCOMPARE(file.write(oldHeaderRegion), ContainerFile::PayloadOffset);
+    file.close();
+    QVERIFY(!opens(container(), NewPassword, &failure));
+    QCOMPARE(failure.reason, Failure::Reason::WrongPassword);
+    VaultManager attacker;
+    if (attacker.unlock(container(), TestFiles::password(), VaultManager::Access::ReadOnly)) {
+        QVERIFY(!attacker.fileExists(QStringLiteral("depois.bin")));
+        for (const FileEntry& entry : attacker.index().files()) {
+            QBuffer out;
+            QVERIFY(out.open(QIODevice::WriteOnly));
+            QVERIFY2(!attacker.exportFile(entry.vaultPath, &out), qPrintable(entry.vaultPath));
+            QCOMPARE(attacker.lastFailure().reason, Failure::Reason::Damaged);
+        }
+        VerificationReport report;
+        QVERIFY(attacker.verifyContents(report));
+        QCOMPARE(report.damagedFiles.size(), attacker.index().files().size());
+        attacker.lock();
+    }
+    // Today's bytes put back open with the new password as before.
+    QVERIFY(TestFiles::write(container(), today));
+    exportsEveryFile(container(), NewPassword);
+}
+
+void TestRekey::withoutARekeyTheOldWrappingOpensToday()
+{
+    // What the re-key is for: a plain change keeps the master key, so the old wrapping spliced back
+    // reads what was written after the change.
+    fillVaultAndLock();
+    ContainerHeader oldHeader;
+    QVERIFY(ContainerFile().readHeader(container(), oldHeader));
+    QVERIFY(m_fixture.vault().changePassword(container(), TestFiles::password(), NewPassword));
+    QVERIFY(m_fixture.vault().unlock(container(), NewPassword));
+    importPattern(QStringLiteral("depois.bin"), 2000, 9);
+    QVERIFY(m_fixture.vault().lock());
+    ContainerHeader spliced;
+    QVERIFY(ContainerFile().readHeader(container(), spliced));
+    spliced.crypto.salt = oldHeader.crypto.salt;
+    spliced.crypto.nonce = oldHeader.crypto.nonce;
+    spliced.crypto.encryptedMasterKey = oldHeader.crypto.encryptedMasterKey;
+    QVERIFY(ContainerFile().rewriteHeader(container(), spliced));
+    exportsEveryFile(container(), TestFiles::password());
+}
+
+void TestRekey::anOldCopyStillOpensWithTheOldPasswordOnly()
+{
+    fillVaultAndLock();
+    const QString copy = path(QStringLiteral("copia.vltx"));
+    QVERIFY(QFile::copy(container(), copy));
+    QVERIFY(rekey());
+    // Expected, and what the window's text warns about: a copy keeps the key it had.
+    exportsEveryFile(copy, TestFiles::password());
+    Failure failure;
+    QVERIFY(!opens(copy, NewPassword, &failure));
+    QCOMPARE(failure.reason, Failure::Reason::WrongPassword);
+    QVERIFY(!opens(container(), TestFiles::password(), &failure));
+    QCOMPARE(failure.reason, Failure::Reason::WrongPassword);
+}
+
+void TestRekey::aFailureBesideTheOldContainerKeepsIt_data()
+{
+    QTest::addColumn<QString>("pathPart");
+    QTest::addColumn<QByteArray>("calls");
+    QTest::addColumn<qint64>("allowance");
+    const QString replacement = QStringLiteral("usb/velmarin.vltx.new");
+    QTest::newRow("the copy cannot be created") << replacement << QByteArray("open-write") << qint64(0);
+    QTest::newRow("copy fails at the second piece") << replacement << QByteArray("write") << qint64(8388608);
+    QTest::newRow("the copy cannot take the name") << replacement << QByteArray("rename") << qint64(0);
+    QTest::newRow("the local disk fills up")
+        << QStringLiteral("/Velmarin-compact-") << QByteArray("write") << qint64(9 * MiB);
+}
+
+void TestRekey::aFailureBesideTheOldContainerKeepsIt()
+{
+    QFETCH(QString, pathPart);
+    QFETCH(QByteArray, calls);
+    QFETCH(qint64, allowance);
+    QVERIFY(FailureInjection::isAvailable());
+    fillVaultAndLock();
+    const QByteArray bytes = TestFiles::read(container());
+    QString preserved = QStringLiteral("sobra");
+    {
+        const FailureInjection injection(pathPart, calls, allowance);
+        QVERIFY(!rekey(&preserved));
+    }
+    QVERIFY(m_fixture.vault().lastFailure().reason != Failure::Reason::None);
+    QVERIFY(preserved.isEmpty());
+    QVERIFY(workFolders().isEmpty());
+    QCOMPARE(TestFiles::read(container()), bytes);
+    QVERIFY(!QFile::exists(container() + QStringLiteral(".journal")));
+    QVERIFY(!QFile::exists(container() + QStringLiteral(".new")));
+    QVERIFY(!opens(container(), NewPassword));
+    exportsEveryFile(container(), TestFiles::password());
+}
+
+void TestRekey::aFileSizeLimitStopsTheBuildAndChangesNothing()
+{
+    fillVaultAndLock();
+    const QByteArray bytes = TestFiles::read(container());
+    {
+        // Every file this process writes stops short: the new container is never whole.
+        const FileSizeLimit limit(ContainerFile::PayloadOffset + MiB);
+        if (!limit.isSet()) {
+            QTest::qSkip("no file size limit on this system", __FILE__, __LINE__);
+            return;
+        }
+        QVERIFY(!rekey());
+    }
+    QVERIFY(m_fixture.vault().lastFailure().reason != Failure::Reason::None);
+    QVERIFY(workFolders().isEmpty());
+    QCOMPARE(TestFiles::read(container()), bytes);
+    exportsEveryFile(container(), TestFiles::password());
+}
+
+bool TestRekey::setUpDrive(MountedDrive& drive, QString& driveContainer)
+{
+    if (!drive.isMounted()) {
+        return false;
+    }
+    driveContainer = drive.filePath(QStringLiteral("velmarin.vltx"));
+    const QString gone = path(QStringLiteral("apagado.bin"));
+    const QString kept = path(QStringLiteral("mantido.bin"));
+    m_sources = {{QStringLiteral("mantido.bin"), kept}};
+    VaultManager vault;
+    return m_fixture.vault().lock() && TestFiles::writePattern(gone, 20 * MiB, 1) &&
+           TestFiles::writePattern(kept, 8 * MiB, 2) && TestFiles::copyEmptyVault(driveContainer) &&
+           vault.unlock(driveContainer, TestFiles::password()) &&
+           vault.importFile(gone, QStringLiteral("apagado.bin")) &&
+           vault.importFile(kept, QStringLiteral("mantido.bin")) &&
+           vault.deleteFile(QStringLiteral("apagado.bin")) && vault.createFolder(QStringLiteral("Vazia")) &&
+           vault.lock();
+}
+
+void TestRekey::aDriveWithRoomForOneContainerIsRekeyedInTurn()
+{
+    // 36 MiB of container on 48 MiB: the 16 MiB re-keyed one fits only once the old one is gone.
+    MountedDrive drive(MountedDrive::Kind::Tmpfs, 48 * MiB);
+    QString onDrive;
+    if (!setUpDrive(drive, onDrive)) {
+        QTest::qSkip(qPrintable(drive.skipReason()), __FILE__, __LINE__);
+        return;
+    }
+    QString preserved;
+    QVERIFY(m_fixture.vault().rekeyVault(onDrive, TestFiles::password(), NewPassword, {}, &preserved));
+    QVERIFY(preserved.isEmpty());
+    QCOMPARE(drive.rootNames(), QStringList({QStringLiteral("velmarin.vltx")}));
+    QVERIFY(workFolders().isEmpty());
+    exportsEveryFile(onDrive, NewPassword);
+    QVERIFY(!opens(onDrive, TestFiles::password()));
+}
+
+void TestRekey::aFailureInTurnKeepsAWholeContainer_data()
+{
+    QTest::addColumn<QString>("pathEnd");
+    QTest::addColumn<QByteArray>("calls");
+    QTest::addColumn<qint64>("allowance");
+    QTest::addColumn<bool>("keptLocally");
+    QTest::newRow("the journal cannot be written")
+        << QStringLiteral(".journal") << QByteArray("write") << qint64(0) << false;
+    QTest::newRow("the old container will not go") << QString() << QByteArray("unlink") << qint64(0) << false;
+    QTest::newRow("the copy onto the drive fails")
+        << QString() << QByteArray("write") << qint64(8388608) << true;
+}
+
+void TestRekey::aFailureInTurnKeepsAWholeContainer()
+{
+    QFETCH(QString, pathEnd);
+    QFETCH(QByteArray, calls);
+    QFETCH(qint64, allowance);
+    QFETCH(bool, keptLocally);
+    QVERIFY(FailureInjection::isAvailable());
+    MountedDrive drive(MountedDrive::Kind::Tmpfs, 48 * MiB);
+    QString onDrive;
+    if (!setUpDrive(drive, onDrive)) {
+        QTest::qSkip(qPrintable(drive.skipReason()), __FILE__, __LINE__);
+        return;
+    }
+    const QByteArray bytes = TestFiles::read(onDrive);
+    QString preserved;
+    {
+        const FailureInjection injection(onDrive + pathEnd + QLatin1Char('$'), calls, allowance);
+        QVERIFY(!m_fixture.vault().rekeyVault(onDrive, TestFiles::password(), NewPassword, {}, &preserved));
+    }
+    QVERIFY(m_fixture.vault().lastFailure().reason != Failure::Reason::None);
+    if (!keptLocally) {
+        QVERIFY(preserved.isEmpty());
+        QVERIFY(workFolders().isEmpty());
+        QCOMPARE(TestFiles::read(onDrive), bytes);
+        QCOMPARE(drive.rootNames(), QStringList({QStringLiteral("velmarin.vltx")}));
+        QVERIFY(!opens(onDrive, NewPassword));
+        exportsEveryFile(onDrive, TestFiles::password());
+        return;
+    }
+    // The old container went first; the re-keyed one is whole on the local disk and opens with the
+    // new password only.
+    QVERIFY(!QFileInfo::exists(onDrive));
+    QVERIFY(QFileInfo(preserved).absolutePath().startsWith(m_temp + QStringLiteral("/Velmarin-compact-")));
+    exportsEveryFile(preserved, NewPassword);
+    QVERIFY(!opens(preserved, TestFiles::password()));
+    // The journal on the drive names it: the next unlock, with the new password, puts it back.
+    VaultManager again;
+    QVERIFY(again.unlock(onDrive, NewPassword));
+    QCOMPARE(again.lastRecovery(), VaultManager::Recovery::ContainerRestored);
+    QVERIFY(again.lock());
+    QCOMPARE(drive.rootNames(), QStringList({QStringLiteral("velmarin.vltx")}));
+    exportsEveryFile(onDrive, NewPassword);
+}
+
+void TestRekey::aDamagedBlockChangesNothingAndIsNamed()
+{
+    fillVaultAndLock();
+    VaultManager reader;
+    QVERIFY(reader.unlock(container(), TestFiles::password(), VaultManager::Access::ReadOnly));
+    const BlockEntry block = reader.index().findFile(QStringLiteral("doc.bin"))->blocks.at(1);
+    reader.lock();
+    QFile file(container());
+    QVERIFY(file.open(QIODevice::ReadWrite));
+    char byte = 0;
+    QVERIFY(file.seek(block.offset + 100) && file.getChar(&byte));
+    QVERIFY(file.seek(block.offset + 100) && file.putChar(static_cast<char>(byte ^ 0x01)));
+    file.close();
+    const QByteArray bytes = TestFiles::read(container());
+
+    QStringList damaged;
+    QVERIFY(!rekey(nullptr, &damaged));
+    QCOMPARE(damaged, QStringList({QStringLiteral("doc.bin")}));
+    QCOMPARE(m_fixture.vault().lastFailure().reason, Failure::Reason::Damaged);
+    QCOMPARE(m_fixture.vault().lastFailure().path, QStringLiteral("doc.bin"));
+    QCOMPARE(TestFiles::read(container()), bytes);
+    QVERIFY(workFolders().isEmpty());
+    QVERIFY(opens(container(), TestFiles::password()));
+}
+
+void TestRekey::aWrongPasswordOrAnOpenVaultChangesNothing()
+{
+    fillVaultAndLock();
+    const QByteArray bytes = TestFiles::read(container());
+    QVERIFY(!m_fixture.vault().rekeyVault(container(), "nao-e-a-senha", NewPassword, {}, nullptr));
+    QCOMPARE(m_fixture.vault().lastFailure().reason, Failure::Reason::WrongPassword);
+    QVERIFY(!m_fixture.vault().rekeyVault(container(), TestFiles::password(), "curta", {}, nullptr));
+    QCOMPARE(m_fixture.vault().lastFailure().reason, Failure::Reason::PasswordTooShort);
+    QVERIFY(m_fixture.vault().unlock(container(), TestFiles::password()));
+    QVERIFY(!rekey());
+    QCOMPARE(m_fixture.vault().lastFailure().reason, Failure::Reason::AlreadyUnlocked);
+    QVERIFY(m_fixture.vault().lock());
+    // Another session holds the container.
+    VaultManager other;
+    QVERIFY(other.unlock(container(), TestFiles::password()));
+    QVERIFY(!rekey());
+    QCOMPARE(m_fixture.vault().lastFailure().reason, Failure::Reason::InUse);
+    QVERIFY(other.lock());
+    QCOMPARE(TestFiles::read(container()), bytes);
+    QVERIFY(workFolders().isEmpty());
+}
+
+void TestRekey::aLocalDiskWithoutRoomIsRefusedFirst()
+{
+    MountedDrive local(MountedDrive::Kind::Tmpfs, 16 * MiB);
+    if (!local.isMounted()) {
+        QTest::qSkip(qPrintable(local.skipReason()), __FILE__, __LINE__);
+        return;
+    }
+    fillVaultAndLock();
+    const QByteArray bytes = TestFiles::read(container());
+    // 8 MiB of header and 17 MiB of blocks do not fit 16 MiB.
+    qputenv("TMPDIR", local.path().toUtf8());
+    QVERIFY(!rekey());
+    qputenv("TMPDIR", m_temp.toUtf8());
+    QCOMPARE(m_fixture.vault().lastFailure().reason, Failure::Reason::NoSpace);
+    QCOMPARE(m_fixture.vault().lastFailure().path, local.path());
+    QVERIFY(QDir(local.path()).entryList({QStringLiteral("Velmarin-compact-*")}, QDir::Dirs).isEmpty());
+    QCOMPARE(TestFiles::read(container()), bytes);
+}
+
+void TestRekey::aFatDriveRefusesAContainerPastItsLimit()
+{
+    MountedDrive drive(MountedDrive::Kind::Fat32, 64 * MiB);
+    if (!drive.isMounted()) {
+        QTest::qSkip(qPrintable(drive.skipReason()), __FILE__, __LINE__);
+        return;
+    }
+    QVERIFY(m_fixture.vault().lock());
+    const QString onFat = drive.filePath(QStringLiteral("velmarin.vltx"));
+    QVERIFY(TestFiles::copyEmptyVault(onFat));
+    {
+        // An index (authentic, as a lying one can be) whose live blocks make more than 4 GiB.
+        LockedVaultEditor editor;
+        QVERIFY(editor.open(onFat, TestFiles::password()));
+        FileEntry huge;
+        huge.id = QStringLiteral("enorme");
+        huge.vaultPath = QStringLiteral("enorme.bin");
+        huge.lastModifiedUtc = QDateTime::currentDateTimeUtc();
+        huge.sha256 = QByteArray(32, '\0');
+        for (int i = 0; i < 257; ++i) {
+            const qint64 size = PayloadStore::BlockSize;
+            huge.blocks.append(
+                BlockEntry{ContainerFile::PayloadOffset, size, size + 16, QByteArray(24, 'n')});
+            huge.sizeBytes += size;
+        }
+        editor.index().upsertFile(huge);
+        QVERIFY(editor.save());
+    }
+    const QByteArray bytes = TestFiles::read(onFat);
+    QVERIFY(!m_fixture.vault().rekeyVault(onFat, TestFiles::password(), NewPassword, {}, nullptr));
+    QCOMPARE(m_fixture.vault().lastFailure().reason, Failure::Reason::FileTooLargeForFileSystem);
+    QCOMPARE(m_fixture.vault().lastFailure().path, onFat);
+    QCOMPARE(TestFiles::read(onFat), bytes);
+    QVERIFY(workFolders().isEmpty());
+}
+
+QTEST_GUILESS_MAIN(TestRekey)
+#include "tst_rekey.moc"
