@@ -139,6 +139,11 @@ QString FailureText::sentence(const Core::Failure& failure)
     case Reason::SamePlace:
         text = tr("%1 já está nesse lugar, ou o destino fica dentro dele.").arg(path);
         break;
+    case Reason::IrregularEntry:
+        text = tr("O índice do cofre registra %1 de forma irregular e ele não pode ser aberto para edição; "
+                  "ainda pode ser exportado. Veja os detalhes com velmarin-cli verify.")
+                   .arg(path);
+        break;
     }
     if (failure.systemError.isEmpty()) {
         return text;

@@ -100,6 +100,12 @@ QString FailureText::sentence(Core::Failure::Reason reason, const QString& path)
         return tr("%1 está aberto para edição.").arg(path);
     case Reason::SamePlace:
         return tr("O item já está nesse lugar.");
+    case Reason::IrregularEntry:
+        return tr("O índice do cofre registra %1 de forma irregular (por exemplo, outro arquivo com o mesmo "
+                  "nome em outras maiúsculas e minúsculas), e uma cópia editada não poderia voltar a ele com "
+                  "segurança. O arquivo pode ser exportado, mas não aberto para edição. Use \"Verificar "
+                  "cofre...\" para ver os detalhes.")
+            .arg(path);
     }
     return {};
 }

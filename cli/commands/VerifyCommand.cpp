@@ -26,6 +26,55 @@ QString problemKey(DamagedFile::Problem problem)
         return QStringLiteral("size");
     case DamagedFile::Problem::WrongDigest:
         return QStringLiteral("sha256");
+    case DamagedFile::Problem::DotSegment:
+        return QStringLiteral("dot-segment");
+    case DamagedFile::Problem::AbsolutePath:
+        return QStringLiteral("absolute-path");
+    case DamagedFile::Problem::BackslashPath:
+        return QStringLiteral("backslash");
+    case DamagedFile::Problem::PathNotNormal:
+        return QStringLiteral("path-form");
+    case DamagedFile::Problem::CaseDuplicate:
+        return QStringLiteral("case-duplicate");
+    case DamagedFile::Problem::MissingFolder:
+        return QStringLiteral("missing-folder");
+    case DamagedFile::Problem::OverlappingBlocks:
+        return QStringLiteral("overlap");
+    }
+    return {};
+}
+
+QString problemText(const DamagedFile& file)
+{
+    using Problem = DamagedFile::Problem;
+    switch (file.problem) {
+    case Problem::UnreadableBlock:
+        return VerifyCommand::tr("bloco %1 de %2 ilegível").arg(file.blockNumber).arg(file.blockCount);
+    case Problem::WrongSize:
+        return VerifyCommand::tr("tamanho diferente do registrado");
+    case Problem::WrongDigest:
+        return VerifyCommand::tr("SHA-256 diferente do registrado");
+    case Problem::DotSegment:
+        return VerifyCommand::tr("caminho com \".\" ou \"..\"");
+    case Problem::AbsolutePath:
+        return VerifyCommand::tr("caminho absoluto");
+    case Problem::BackslashPath:
+        return VerifyCommand::tr("caminho com barra invertida");
+    case Problem::PathNotNormal:
+        return VerifyCommand::tr("caminho fora da forma normal");
+    case Problem::CaseDuplicate:
+        return VerifyCommand::tr("mesmo nome que %1 em outras maiúsculas e minúsculas").arg(file.otherPath);
+    case Problem::MissingFolder:
+        return VerifyCommand::tr("a pasta %1 não está no índice").arg(file.otherPath);
+    case Problem::OverlappingBlocks:
+        return file.otherPath == file.vaultPath
+                   ? VerifyCommand::tr("bloco %1 de %2 sobreposto a outro bloco do mesmo arquivo")
+                         .arg(file.blockNumber)
+                         .arg(file.blockCount)
+                   : VerifyCommand::tr("bloco %1 de %2 sobreposto a um bloco de %3")
+                         .arg(file.blockNumber)
+                         .arg(file.blockCount)
+                         .arg(file.otherPath);
     }
     return {};
 }
@@ -68,9 +117,13 @@ int VerifyCommand::runOnVault(const CommandContext& context, Core::VaultManager&
             QJsonObject object;
             object.insert(QStringLiteral("path"), file.vaultPath);
             object.insert(QStringLiteral("problem"), problemKey(file.problem));
-            if (file.problem == DamagedFile::Problem::UnreadableBlock) {
+            if (file.problem == DamagedFile::Problem::UnreadableBlock ||
+                file.problem == DamagedFile::Problem::OverlappingBlocks) {
                 object.insert(QStringLiteral("block"), file.blockNumber);
                 object.insert(QStringLiteral("blocks"), file.blockCount);
+            }
+            if (!file.otherPath.isEmpty()) {
+                object.insert(QStringLiteral("other"), file.otherPath);
             }
             damaged.append(object);
         }
@@ -88,19 +141,7 @@ int VerifyCommand::runOnVault(const CommandContext& context, Core::VaultManager&
         console.print(tr("Dados em uso: %1").arg(Console::sizeWithBytes(report.liveBytes)));
         console.print(tr("Dados mortos: %1").arg(Console::sizeWithBytes(report.deadBytes)));
         for (const DamagedFile& file : report.damagedFiles) {
-            QString problem;
-            switch (file.problem) {
-            case DamagedFile::Problem::UnreadableBlock:
-                problem = tr("bloco %1 de %2 ilegível").arg(file.blockNumber).arg(file.blockCount);
-                break;
-            case DamagedFile::Problem::WrongSize:
-                problem = tr("tamanho diferente do registrado");
-                break;
-            case DamagedFile::Problem::WrongDigest:
-                problem = tr("SHA-256 diferente do registrado");
-                break;
-            }
-            console.print(tr("Danificado: %1 (%2)").arg(file.vaultPath, problem));
+            console.print(tr("Danificado: %1 (%2)").arg(file.vaultPath, problemText(file)));
         }
     }
 

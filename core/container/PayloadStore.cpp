@@ -114,19 +114,30 @@ bool PayloadStore::exportBlocks(QIODevice& container, const FileEntry& entry, QI
         *destinationFailed = false;
     }
     m_writeError.clear();
+    m_exportFault = ExportFault::None;
+    const auto fault = [this](ExportFault why) {
+        m_exportFault = why;
+        return false;
+    };
     CacheAdvice::sequential(container);
     WriteBehind toDrive(destination);
+    Sha256 hash;
     qint64 done = 0;
     for (const BlockEntry& block : entry.blocks) {
         if (!readSealed(container, block, m_sealed) || key() == nullptr) {
-            return false;
+            return fault(ExportFault::Unreadable);
+        }
+        // Checked before a byte of it leaves; done never exceeds the recorded size, so no overflow.
+        if (block.plainSize > entry.sizeBytes - done) {
+            return fault(ExportFault::PastRecordedSize);
         }
         // Opened whole before a byte leaves: plaintext is released ahead of its tag's check.
         char* plain = plainSpace(block.plainSize);
         if (!m_cipher.open(key(), bytes(block.nonce.constData()), m_associatedData,
                            bytes(m_sealed.constData()), static_cast<size_t>(m_sealed.size()), bytes(plain))) {
-            return false;
+            return fault(ExportFault::Unreadable);
         }
+        hash.addData(QByteArrayView(plain, static_cast<qsizetype>(block.plainSize)));
         const bool written = destination.write(plain, block.plainSize) == block.plainSize;
         if (written && !toDrive.advance()) {
             m_writeError = toDrive.errorString();
@@ -135,14 +146,17 @@ bool PayloadStore::exportBlocks(QIODevice& container, const FileEntry& entry, QI
             if (destinationFailed != nullptr) {
                 *destinationFailed = true;
             }
-            return false;
+            return fault(ExportFault::DestinationFailed);
         }
         done += block.plainSize;
         if (progress) {
             progress(done, entry.sizeBytes, entry.vaultPath);
         }
     }
-    return true;
+    if (done != entry.sizeBytes) {
+        return fault(ExportFault::ShortOfRecordedSize);
+    }
+    return hash.result() == entry.sha256 || fault(ExportFault::WrongDigest);
 }
 
 bool PayloadStore::readAuthentic(QIODevice& container, const BlockEntry& block, QByteArray& sealed) const

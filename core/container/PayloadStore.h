@@ -38,10 +38,27 @@ public:
     bool appendBlocks(QIODevice& source, QIODevice& container, qint64 expectedTotal, const QString& label,
                       const ProgressCallback& progress, FileEntry& entry, bool* sourceFailed = nullptr) const;
 
+    // Why the last exportBlocks answered false.
+    enum class ExportFault
+    {
+        None,
+        // A block could not be read or did not authenticate.
+        Unreadable,
+        DestinationFailed,
+        // The next block would have carried the output past the size the entry records.
+        PastRecordedSize,
+        // Every block was written, and together they hold fewer bytes than recorded.
+        ShortOfRecordedSize,
+        // The recorded size, but not the bytes the entry's SHA-256 was taken of.
+        WrongDigest
+    };
+
     // Decrypts entry's blocks in order into destination; stops at the first block that does not
-    // authenticate, after the earlier ones were written.
-    // destinationFailed tells a destination that refused bytes from a block that did not read or
-    // authenticate. Reports (done, entry's size, entry's vault path) after each block written.
+    // authenticate, after the earlier ones were written, and before a block that would pass the
+    // entry's recorded size, so an index that names one block many times cannot make the output grow.
+    // At the end the total and the SHA-256 of what was written must match the entry; false otherwise
+    // (exportFault() tells which). destinationFailed tells a destination that refused bytes from the
+    // other faults. Reports (done, entry's size, entry's vault path) after each block written.
     bool exportBlocks(QIODevice& container, const FileEntry& entry, QIODevice& destination,
                       bool* destinationFailed = nullptr, const ProgressCallback& progress = {}) const;
 
@@ -58,6 +75,7 @@ public:
     // The system's words when the last append or export failed because bytes it had already taken
     // did not reach the drive (the device itself reports nothing then); empty otherwise.
     QString writeError() const { return m_writeError; }
+    ExportFault exportFault() const { return m_exportFault; }
 
     // Whether a block's recorded sizes are possible at all, checked before anything is allocated.
     // An empty block is never written, and its empty plaintext could not be told from a failure.
@@ -79,6 +97,7 @@ private:
     mutable QByteArray m_sealed;
     mutable AeadCipher m_cipher;
     mutable QString m_writeError;
+    mutable ExportFault m_exportFault = ExportFault::None;
 };
 
 } // namespace Velmarin::Core

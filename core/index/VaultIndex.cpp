@@ -228,6 +228,12 @@ const FileEntry* VaultIndex::findFile(const QString& path) const
     return m_foldedFiles.find(m_files, path, filePath);
 }
 
+const FileEntry* VaultIndex::findFilePreferringExact(const QString& path) const
+{
+    const auto exact = m_filePositions.constFind(path);
+    return exact != m_filePositions.cend() ? &m_files.at(exact.value()) : findFile(path);
+}
+
 const DirectoryEntry* VaultIndex::findDirectory(const QString& path) const
 {
     return m_foldedDirectories.find(m_directories, path, directoryPath);

@@ -30,6 +30,9 @@ public:
     // The first entry whose path matches ignoring letter case, or null.
     const FileEntry* findFile(const QString& path) const;
     const DirectoryEntry* findDirectory(const QString& path) const;
+    // The entry whose path is exactly path, or else the first that matches ignoring letter case: an
+    // index from elsewhere may hold two files whose paths differ only in case, each its own.
+    const FileEntry* findFilePreferringExact(const QString& path) const;
     // True when any file or folder lies inside folder.
     bool hasEntriesBelow(const QString& folder) const;
     // True when a file stands where one of path's folders would have to be.

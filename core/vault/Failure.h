@@ -63,7 +63,10 @@ struct Failure
         // A file open for editing (or a folder holding one) cannot be moved or renamed.
         OpenForEditing,
         // Moving a file into the folder it is in, or a folder into itself.
-        SamePlace
+        SamePlace,
+        // Open-for-edit of a file (path) the index records in a way no change of ours writes (see
+        // IndexAudit): its edited copy could not come back to it alone. It still exports.
+        IrregularEntry
     };
 
     Reason reason = Reason::None;

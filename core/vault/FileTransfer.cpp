@@ -133,7 +133,7 @@ bool FileTransfer::exportFile(const QString& vaultPath, QIODevice* destination,
     if (!m_session.isOpen()) {
         return m_session.fail(Failure::Reason::NotUnlocked);
     }
-    const FileEntry* entry = m_session.index().findFile(normalizeVaultPath(vaultPath));
+    const FileEntry* entry = m_session.index().findFilePreferringExact(normalizeVaultPath(vaultPath));
     if (entry == nullptr) {
         return m_session.fail(Failure::Reason::NotFound, vaultPath);
     }
@@ -160,7 +160,8 @@ bool FileTransfer::exportFile(const QString& vaultPath, QIODevice* destination,
     if (container.error() != QFileDevice::NoError) {
         return m_session.fail(Failure::Reason::DriveRead, container.fileName(), container.errorString());
     }
-    // The drive read every byte it was asked for and they did not authenticate.
+    // The drive read every byte it was asked for and they did not authenticate, or did not add up to
+    // the recorded size or SHA-256.
     return m_session.fail(Failure::Reason::Damaged, entry->vaultPath);
 }
 
@@ -180,6 +181,10 @@ bool FileTransfer::exportFile(const QString& vaultPath, const QString& destinati
                               destination.errorString());
     }
     if (!exportFile(source, &destination)) {
+        // Bytes that did not check out are no copy of the file: nothing of them stays behind.
+        if (m_session.failure().reason == Failure::Reason::Damaged) {
+            destination.remove();
+        }
         return false;
     }
     return destination.flush() ||

@@ -1,8 +1,8 @@
 #include "core/vault/VaultVerifier.h"
 
 #include "core/container/PayloadStore.h"
-#include "core/crypto/Sha256.h"
 #include "core/index/ByteCount.h"
+#include "core/vault/IndexAudit.h"
 
 #include <QFile>
 #include <QIODevice>
@@ -11,7 +11,8 @@ namespace Velmarin::Core {
 
 namespace {
 
-// Where an export would write the plaintext: here it is only hashed, counted and forgotten.
+// Where an export would write the plaintext: here it is only counted and forgotten (the export
+// itself checks the size and the SHA-256).
 class DigestSink : public QIODevice
 {
 public:
@@ -25,15 +26,12 @@ public:
     }
 
     int blocksWritten() const { return m_blocks; }
-    qint64 bytesWritten() const { return m_bytes; }
-    QByteArray digest() { return m_hash.result(); }
 
 protected:
     qint64 readData(char*, qint64) override { return -1; }
 
-    qint64 writeData(const char* data, qint64 length) override
+    qint64 writeData(const char*, qint64 length) override
     {
-        m_hash.addData(QByteArrayView(data, static_cast<qsizetype>(length)));
         m_bytes += length;
         ++m_blocks;
         if (m_progress) {
@@ -43,7 +41,6 @@ protected:
     }
 
 private:
-    Sha256 m_hash;
     qint64 m_doneBefore;
     qint64 m_total;
     QString m_label;
@@ -73,6 +70,7 @@ bool VaultVerifier::verify(const QString& containerPath, qint64 payloadOffset, c
     for (const FileEntry& file : index.files()) {
         total = addByteCount(total, file.sizeBytes);
     }
+    const IndexAudit audit(index);
     qint64 done = 0;
     for (const FileEntry& file : index.files()) {
         for (const BlockEntry& block : file.blocks) {
@@ -82,16 +80,27 @@ bool VaultVerifier::verify(const QString& containerPath, qint64 payloadOffset, c
         const bool readable = m_store.exportBlocks(container, file, sink);
         done = addByteCount(done, file.sizeBytes);
 
+        // One finding a file: what its path says comes before its blocks, an overlap after them.
+        using Problem = VerificationReport::DamagedFile::Problem;
+        const IndexAudit::Finding* recorded = audit.findingFor(file.vaultPath);
+        if (recorded != nullptr && recorded->problem != Problem::OverlappingBlocks) {
+            report.damagedFiles.append(*recorded);
+            continue;
+        }
         VerificationReport::DamagedFile damage;
         damage.vaultPath = file.vaultPath;
         damage.blockCount = static_cast<int>(file.blocks.size());
-        if (!readable) {
-            damage.problem = VerificationReport::DamagedFile::Problem::UnreadableBlock;
+        using Fault = PayloadStore::ExportFault;
+        const Fault fault = readable ? Fault::None : m_store.exportFault();
+        if (fault == Fault::PastRecordedSize || fault == Fault::ShortOfRecordedSize) {
+            damage.problem = Problem::WrongSize;
+        } else if (fault == Fault::WrongDigest) {
+            damage.problem = Problem::WrongDigest;
+        } else if (!readable) {
+            damage.problem = Problem::UnreadableBlock;
             damage.blockNumber = sink.blocksWritten() + 1;
-        } else if (sink.bytesWritten() != file.sizeBytes) {
-            damage.problem = VerificationReport::DamagedFile::Problem::WrongSize;
-        } else if (sink.digest() != file.sha256) {
-            damage.problem = VerificationReport::DamagedFile::Problem::WrongDigest;
+        } else if (recorded != nullptr) {
+            damage = *recorded;
         } else {
             continue;
         }

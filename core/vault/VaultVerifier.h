@@ -11,7 +11,8 @@ namespace Velmarin::Core {
 class PayloadStore;
 
 // Reads back every block of every file of an unlocked vault and checks it the way an export would,
-// plus each file's size and SHA-256. Only reads: nothing is written anywhere.
+// plus each file's size and SHA-256, and reports what IndexAudit finds in the index itself. Only
+// reads: nothing is written anywhere.
 class VaultVerifier
 {
 public:

@@ -18,14 +18,30 @@ struct VerificationReport
             // Every block decrypted, but together they do not hold the recorded size.
             WrongSize,
             // The right number of bytes, but not the ones the file's SHA-256 was taken of.
-            WrongDigest
+            WrongDigest,
+            // What the index records about the file, whatever its blocks hold (see IndexAudit).
+            // A path with a "." or ".." segment, or one that is nothing but slashes and blanks.
+            DotSegment,
+            // A path that starts at a root ("/x") or names a drive ("C:x").
+            AbsolutePath,
+            BackslashPath,
+            // Any other change normalisation would make: blanks around segments, doubled slashes.
+            PathNotNormal,
+            // Another file has the same path in another letter case (otherPath).
+            CaseDuplicate,
+            // The folder holding the file has no entry of its own (otherPath).
+            MissingFolder,
+            // Block blockNumber shares bytes of the payload with a block of otherPath (the file's own
+            // path when it overlaps another of its own blocks).
+            OverlappingBlocks
         };
 
         QString vaultPath;
         Problem problem = Problem::UnreadableBlock;
-        // For an unreadable block: its position in the file, counting from 1.
+        // For an unreadable or overlapping block: its position in the file, counting from 1.
         int blockNumber = 0;
         int blockCount = 0;
+        QString otherPath;
     };
 
     int fileCount = 0;

@@ -3,6 +3,7 @@
 #include "core/index/VaultPath.h"
 #include "core/vault/FileTransfer.h"
 #include "core/vault/ImportBatch.h"
+#include "core/vault/IndexAudit.h"
 #include "core/vault/VaultSession.h"
 #include "core/workspace/PrivateFolder.h"
 #include "core/workspace/Workspace.h"
@@ -66,12 +67,15 @@ bool WorkspaceEdits::openForEdit(const QString& vaultPath, QString* localPath)
         return m_session.fail(Failure::Reason::WorkspaceUnavailable, m_workspace.root());
     }
     const QString path = normalizeVaultPath(vaultPath);
-    const FileEntry* stored = path.isEmpty() ? nullptr : m_session.index().findFile(path);
+    const FileEntry* stored = path.isEmpty() ? nullptr : m_session.index().findFilePreferringExact(path);
     if (stored == nullptr) {
         return m_session.fail(Failure::Reason::NotFound, vaultPath);
     }
     // The copy goes under the name the vault keeps, so it comes back to the same entry.
     const QString storedPath = stored->vaultPath;
+    if (IndexAudit(m_session.index()).findingFor(storedPath) != nullptr) {
+        return m_session.fail(Failure::Reason::IrregularEntry, storedPath);
+    }
     QFile copy;
     QString local;
     if (!m_workspace.createCopy(storedPath, copy, &local)) {
