@@ -225,6 +225,8 @@ void MainWindow::updateActionStates()
     m_actions.importFiles->setEnabled(unlocked);
     m_actions.importFolder->setEnabled(unlocked);
     m_actions.compact->setEnabled(unlocked);
+    // Read-only sessions too: verification only reads.
+    m_actions.verify->setEnabled(unlocked);
     m_actions.renameFolder->setEnabled(unlocked && folderSelected);
     m_actions.deleteFolder->setEnabled(unlocked && folderSelected);
     m_actions.exportFile->setEnabled(unlocked && fileSelected);

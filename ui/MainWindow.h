@@ -72,6 +72,8 @@ public Q_SLOTS:
     void backupContainer();
     void changePassword();
     void compactVault();
+    // Reads back every file and lists what is damaged (MainWindowVerify.cpp).
+    void verifyVault();
 
     void importFiles();
     void importFolder();
@@ -109,6 +111,7 @@ private:
         QAction* deleteFolder = nullptr;
         QAction* deleteFile = nullptr;
         QAction* compact = nullptr;
+        QAction* verify = nullptr;
         QAction* help = nullptr;
         QAction* visitProductPage = nullptr;
         QAction* about = nullptr;

@@ -38,6 +38,7 @@ void MainWindow::createActions()
     m_actions.deleteFolder = make(tr("Excluir pasta vazia"));
     m_actions.deleteFile = make(tr("Excluir..."), QKeySequence(QStringLiteral("Delete")));
     m_actions.compact = make(tr("Compactar cofre..."), QKeySequence(QStringLiteral("F6")));
+    m_actions.verify = make(tr("Verificar cofre..."));
     m_actions.help = make(tr("Ajuda"));
     m_actions.visitProductPage = make(tr("Visitar a página oficial do Velmarin"));
     m_actions.about = make(tr("Sobre o Velmarin"));
@@ -80,6 +81,7 @@ void MainWindow::buildMenus()
     filesMenu->addAction(m_actions.deleteFile);
     accessMenu->addSeparator();
     accessMenu->addAction(m_actions.compact);
+    accessMenu->addAction(m_actions.verify);
 
     QMenu* aboutMenu = menuBar()->addMenu(tr("Sobre"));
     aboutMenu->addAction(m_actions.help);
@@ -115,6 +117,7 @@ void MainWindow::connectSignals()
     connectOperation(m_actions.deleteFolder, &MainWindow::deleteFolder);
     connectOperation(m_actions.deleteFile, &MainWindow::deleteFile);
     connectOperation(m_actions.compact, &MainWindow::compactVault);
+    connectOperation(m_actions.verify, &MainWindow::verifyVault);
 
     // The button and the double-clicks start the same operations as the actions.
     connect(m_lockButton, &QToolButton::clicked, this,
