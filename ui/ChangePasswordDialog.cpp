@@ -3,8 +3,10 @@
 #include "core/vault/VaultManager.h"
 #include "ui/MessageBoxes.h"
 
+#include <QCheckBox>
 #include <QDialogButtonBox>
 #include <QFormLayout>
+#include <QLabel>
 #include <QLineEdit>
 #include <QPushButton>
 #include <QVBoxLayout>
@@ -43,8 +45,22 @@ ChangePasswordDialog::ChangePasswordDialog(QWidget* parent)
     connect(buttons, &QDialogButtonBox::accepted, this, &ChangePasswordDialog::validateAndAccept);
     connect(buttons, &QDialogButtonBox::rejected, this, &QDialog::reject);
 
+    // Off unless asked for: a re-key rewrites the whole container, a plain change only its header.
+    m_rekey = new QCheckBox(tr("Recriptografar todo o cofre com uma nova chave"), this);
+    auto* rekeyNote = new QLabel(
+        tr("Sem esta opção, só a senha muda: cópias e backups antigos do container continuam abrindo com "
+           "a senha antiga, e quem tiver uma delas e a senha antiga também consegue ler o que for gravado "
+           "depois no container.\n\nCom esta opção, todo o cofre é recriptografado com uma nova chave: a "
+           "senha antiga deixa de abrir o container atual (cópias antigas continuam abrindo com ela, mas "
+           "só com o conteúdo que tinham). Durante a operação, será criado temporariamente um container "
+           "criptografado no disco local."),
+        this);
+    rekeyNote->setWordWrap(true);
+
     auto* layout = new QVBoxLayout(this);
     layout->addLayout(form);
+    layout->addWidget(m_rekey);
+    layout->addWidget(rekeyNote);
     layout->addWidget(buttons);
 }
 
@@ -61,6 +77,11 @@ QByteArray ChangePasswordDialog::currentPassword() const
 QByteArray ChangePasswordDialog::newPassword() const
 {
     return m_newPassword->text().toUtf8();
+}
+
+bool ChangePasswordDialog::rekeyRequested() const
+{
+    return m_rekey->isChecked();
 }
 
 void ChangePasswordDialog::clearPasswords()

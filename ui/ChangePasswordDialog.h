@@ -3,6 +3,7 @@
 #include <QByteArray>
 #include <QDialog>
 
+class QCheckBox;
 class QLineEdit;
 
 namespace Velmarin::UI {
@@ -21,6 +22,8 @@ public:
     QByteArray currentPassword() const;
     QByteArray newPassword() const;
     void clearPasswords();
+    // Whether the user asked for the whole vault to be sealed again under a new key.
+    bool rekeyRequested() const;
 
 private:
     void validateAndAccept();
@@ -28,6 +31,7 @@ private:
     QLineEdit* m_currentPassword = nullptr;
     QLineEdit* m_newPassword = nullptr;
     QLineEdit* m_confirmation = nullptr;
+    QCheckBox* m_rekey = nullptr;
 };
 
 } // namespace Velmarin::UI

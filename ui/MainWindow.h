@@ -156,6 +156,9 @@ private:
     bool refuseIfInUse(const QString& title);
     // After a lock: which edited copies went back under another name, their path being taken.
     QString movedEditsText() const;
+    // The password change that also seals the vault again under a new key (MainWindowRekey.cpp);
+    // wipes both passwords.
+    void rekeyVault(QByteArray& currentPassword, QByteArray& newPassword);
 
     // Copies of files opened for editing (MainWindowWorkspace.cpp).
     // Says why the vault's workspace cannot be used, after an unlock that opened the keys.

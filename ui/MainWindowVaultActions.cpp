@@ -327,7 +327,12 @@ void MainWindow::changePassword()
     }
     QByteArray current = dialog.currentPassword();
     QByteArray replacement = dialog.newPassword();
+    const bool rekey = dialog.rekeyRequested();
     dialog.clearPasswords();
+    if (rekey) {
+        rekeyVault(current, replacement);
+        return;
+    }
     const bool changed = m_vault.changePassword(m_containerPath, current, replacement);
     Core::SecretText::wipe(current);
     Core::SecretText::wipe(replacement);
