@@ -119,6 +119,10 @@ void TestCliFailureText::everyReasonHasItsSentenceAndCode_data()
         "Fotos/praia.jpg está aberto para edição e não pode ser movido nem renomeado agora.", Failed);
     row("SamePlace", Reason::SamePlace, QStringLiteral("Fotos"),
         "Fotos já está nesse lugar, ou o destino fica dentro dele.", Failed);
+    row("IrregularEntry", Reason::IrregularEntry, QStringLiteral("DUP.txt"),
+        "O índice do cofre registra DUP.txt de forma irregular e ele não pode ser aberto para edição; ainda "
+        "pode ser exportado. Veja os detalhes com velmarin-cli verify.",
+        Failed);
 }
 
 void TestCliFailureText::everyReasonHasItsSentenceAndCode()
@@ -142,7 +146,7 @@ void TestCliFailureText::noReasonSaysNothing()
 
 void TestCliFailureText::everyReasonThereIsHasASentence()
 {
-    for (int value = int(Reason::None) + 1; value <= int(Reason::SamePlace); ++value) {
+    for (int value = int(Reason::None) + 1; value <= int(Reason::IrregularEntry); ++value) {
         const QString text = FailureText::sentence(failure(static_cast<Reason>(value), QStringLiteral("x")));
         QVERIFY2(text.size() > 2 && text.endsWith(QLatin1Char('.')), qPrintable(QString::number(value)));
     }

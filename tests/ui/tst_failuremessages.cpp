@@ -73,7 +73,7 @@ void FailureMessagesTest::unlockExpecting(MessageRecord* record)
 void FailureMessagesTest::everyReasonHasWordsOfItsOwn()
 {
     QSet<QString> seen;
-    for (int value = int(Reason::None) + 1; value <= int(Reason::SamePlace); ++value) {
+    for (int value = int(Reason::None) + 1; value <= int(Reason::IrregularEntry); ++value) {
         const QString words = UI::FailureText::sentence(Reason(value), QStringLiteral("x.txt"));
         QVERIFY2(!words.isEmpty(), qPrintable(QString::number(value)));
         QVERIFY2(words.endsWith(QLatin1Char('.')), qPrintable(words));
