@@ -2,12 +2,9 @@
 // container built like a compaction's, so no header of before opens what the container holds now.
 #include "FailureInjection.h"
 #include "FileSizeLimit.h"
-#include "LockedVaultEditor.h"
-#include "MountedDrive.h"
 #include "TestFiles.h"
 #include "VaultFixture.h"
 #include "core/container/ContainerFile.h"
-#include "core/container/PayloadStore.h"
 #include "core/container/ProgressCallback.h"
 #include "core/vault/VaultManager.h"
 
@@ -16,8 +13,6 @@
 using namespace Velmarin::Core;
 using Velmarin::Tests::FailureInjection;
 using Velmarin::Tests::FileSizeLimit;
-using Velmarin::Tests::LockedVaultEditor;
-using Velmarin::Tests::MountedDrive;
 using Velmarin::Tests::TestFiles;
 using Velmarin::Tests::VaultFixture;
 
@@ -53,13 +48,8 @@ private Q_SLOTS:
     void aFailureBesideTheOldContainerKeepsIt_data();
     void aFailureBesideTheOldContainerKeepsIt();
     void aFileSizeLimitStopsTheBuildAndChangesNothing();
-    void aDriveWithRoomForOneContainerIsRekeyedInTurn();
-    void aFailureInTurnKeepsAWholeContainer_data();
-    void aFailureInTurnKeepsAWholeContainer();
     void aDamagedBlockChangesNothingAndIsNamed();
     void aWrongPasswordOrAnOpenVaultChangesNothing();
-    void aLocalDiskWithoutRoomIsRefusedFirst();
-    void aFatDriveRefusesAContainerPastItsLimit();
 
 private:
     QString path(const QString& name) const { return m_fixture.path(name); }
@@ -68,8 +58,6 @@ private:
     // Three files and an empty folder, a fourth file deleted; the vault is left locked.
     void fillVaultAndLock();
     QStringList workFolders() const;
-    // A vault on a tmpfs, a 20 MiB file deleted and an 8 MiB one kept, locked; false when no tmpfs.
-    bool setUpDrive(MountedDrive& drive, QString& driveContainer);
     bool opens(const QString& containerPath, const QByteArray& password, Failure* failure = nullptr) const;
     // Exports every file of a fresh session on containerPath and compares it with its source.
     void exportsEveryFile(const QString& containerPath, const QByteArray& password);
@@ -353,100 +341,6 @@ void TestRekey::aFileSizeLimitStopsTheBuildAndChangesNothing()
     exportsEveryFile(container(), TestFiles::password());
 }
 
-bool TestRekey::setUpDrive(MountedDrive& drive, QString& driveContainer)
-{
-    if (!drive.isMounted()) {
-        return false;
-    }
-    driveContainer = drive.filePath(QStringLiteral("velmarin.vltx"));
-    const QString gone = path(QStringLiteral("apagado.bin"));
-    const QString kept = path(QStringLiteral("mantido.bin"));
-    m_sources = {{QStringLiteral("mantido.bin"), kept}};
-    VaultManager vault;
-    return m_fixture.vault().lock() && TestFiles::writePattern(gone, 20 * MiB, 1) &&
-           TestFiles::writePattern(kept, 8 * MiB, 2) && TestFiles::copyEmptyVault(driveContainer) &&
-           vault.unlock(driveContainer, TestFiles::password()) &&
-           vault.importFile(gone, QStringLiteral("apagado.bin")) &&
-           vault.importFile(kept, QStringLiteral("mantido.bin")) &&
-           vault.deleteFile(QStringLiteral("apagado.bin")) && vault.createFolder(QStringLiteral("Vazia")) &&
-           vault.lock();
-}
-
-void TestRekey::aDriveWithRoomForOneContainerIsRekeyedInTurn()
-{
-    // 36 MiB of container on 48 MiB: the 16 MiB re-keyed one fits only once the old one is gone.
-    MountedDrive drive(MountedDrive::Kind::Tmpfs, 48 * MiB);
-    QString onDrive;
-    if (!setUpDrive(drive, onDrive)) {
-        QTest::qSkip(qPrintable(drive.skipReason()), __FILE__, __LINE__);
-        return;
-    }
-    QString preserved;
-    QVERIFY(m_fixture.vault().rekeyVault(onDrive, TestFiles::password(), NewPassword, {}, &preserved));
-    QVERIFY(preserved.isEmpty());
-    QCOMPARE(drive.rootNames(), QStringList({QStringLiteral("velmarin.vltx")}));
-    QVERIFY(workFolders().isEmpty());
-    exportsEveryFile(onDrive, NewPassword);
-    QVERIFY(!opens(onDrive, TestFiles::password()));
-}
-
-void TestRekey::aFailureInTurnKeepsAWholeContainer_data()
-{
-    QTest::addColumn<QString>("pathEnd");
-    QTest::addColumn<QByteArray>("calls");
-    QTest::addColumn<qint64>("allowance");
-    QTest::addColumn<bool>("keptLocally");
-    QTest::newRow("the journal cannot be written")
-        << QStringLiteral(".journal") << QByteArray("write") << qint64(0) << false;
-    QTest::newRow("the old container will not go") << QString() << QByteArray("unlink") << qint64(0) << false;
-    QTest::newRow("the copy onto the drive fails")
-        << QString() << QByteArray("write") << qint64(8388608) << true;
-}
-
-void TestRekey::aFailureInTurnKeepsAWholeContainer()
-{
-    QFETCH(QString, pathEnd);
-    QFETCH(QByteArray, calls);
-    QFETCH(qint64, allowance);
-    QFETCH(bool, keptLocally);
-    QVERIFY(FailureInjection::isAvailable());
-    MountedDrive drive(MountedDrive::Kind::Tmpfs, 48 * MiB);
-    QString onDrive;
-    if (!setUpDrive(drive, onDrive)) {
-        QTest::qSkip(qPrintable(drive.skipReason()), __FILE__, __LINE__);
-        return;
-    }
-    const QByteArray bytes = TestFiles::read(onDrive);
-    QString preserved;
-    {
-        const FailureInjection injection(onDrive + pathEnd + QLatin1Char('$'), calls, allowance);
-        QVERIFY(!m_fixture.vault().rekeyVault(onDrive, TestFiles::password(), NewPassword, {}, &preserved));
-    }
-    QVERIFY(m_fixture.vault().lastFailure().reason != Failure::Reason::None);
-    if (!keptLocally) {
-        QVERIFY(preserved.isEmpty());
-        QVERIFY(workFolders().isEmpty());
-        QCOMPARE(TestFiles::read(onDrive), bytes);
-        QCOMPARE(drive.rootNames(), QStringList({QStringLiteral("velmarin.vltx")}));
-        QVERIFY(!opens(onDrive, NewPassword));
-        exportsEveryFile(onDrive, TestFiles::password());
-        return;
-    }
-    // The old container went first; the re-keyed one is whole on the local disk and opens with the
-    // new password only.
-    QVERIFY(!QFileInfo::exists(onDrive));
-    QVERIFY(QFileInfo(preserved).absolutePath().startsWith(m_temp + QStringLiteral("/Velmarin-compact-")));
-    exportsEveryFile(preserved, NewPassword);
-    QVERIFY(!opens(preserved, TestFiles::password()));
-    // The journal on the drive names it: the next unlock, with the new password, puts it back.
-    VaultManager again;
-    QVERIFY(again.unlock(onDrive, NewPassword));
-    QCOMPARE(again.lastRecovery(), VaultManager::Recovery::ContainerRestored);
-    QVERIFY(again.lock());
-    QCOMPARE(drive.rootNames(), QStringList({QStringLiteral("velmarin.vltx")}));
-    exportsEveryFile(onDrive, NewPassword);
-}
-
 void TestRekey::aDamagedBlockChangesNothingAndIsNamed()
 {
     fillVaultAndLock();
@@ -491,61 +385,6 @@ void TestRekey::aWrongPasswordOrAnOpenVaultChangesNothing()
     QCOMPARE(m_fixture.vault().lastFailure().reason, Failure::Reason::InUse);
     QVERIFY(other.lock());
     QCOMPARE(TestFiles::read(container()), bytes);
-    QVERIFY(workFolders().isEmpty());
-}
-
-void TestRekey::aLocalDiskWithoutRoomIsRefusedFirst()
-{
-    MountedDrive local(MountedDrive::Kind::Tmpfs, 16 * MiB);
-    if (!local.isMounted()) {
-        QTest::qSkip(qPrintable(local.skipReason()), __FILE__, __LINE__);
-        return;
-    }
-    fillVaultAndLock();
-    const QByteArray bytes = TestFiles::read(container());
-    // 8 MiB of header and 17 MiB of blocks do not fit 16 MiB.
-    qputenv("TMPDIR", local.path().toUtf8());
-    QVERIFY(!rekey());
-    qputenv("TMPDIR", m_temp.toUtf8());
-    QCOMPARE(m_fixture.vault().lastFailure().reason, Failure::Reason::NoSpace);
-    QCOMPARE(m_fixture.vault().lastFailure().path, local.path());
-    QVERIFY(QDir(local.path()).entryList({QStringLiteral("Velmarin-compact-*")}, QDir::Dirs).isEmpty());
-    QCOMPARE(TestFiles::read(container()), bytes);
-}
-
-void TestRekey::aFatDriveRefusesAContainerPastItsLimit()
-{
-    MountedDrive drive(MountedDrive::Kind::Fat32, 64 * MiB);
-    if (!drive.isMounted()) {
-        QTest::qSkip(qPrintable(drive.skipReason()), __FILE__, __LINE__);
-        return;
-    }
-    QVERIFY(m_fixture.vault().lock());
-    const QString onFat = drive.filePath(QStringLiteral("velmarin.vltx"));
-    QVERIFY(TestFiles::copyEmptyVault(onFat));
-    {
-        // An index (authentic, as a lying one can be) whose live blocks make more than 4 GiB.
-        LockedVaultEditor editor;
-        QVERIFY(editor.open(onFat, TestFiles::password()));
-        FileEntry huge;
-        huge.id = QStringLiteral("enorme");
-        huge.vaultPath = QStringLiteral("enorme.bin");
-        huge.lastModifiedUtc = QDateTime::currentDateTimeUtc();
-        huge.sha256 = QByteArray(32, '\0');
-        for (int i = 0; i < 257; ++i) {
-            const qint64 size = PayloadStore::BlockSize;
-            huge.blocks.append(
-                BlockEntry{ContainerFile::PayloadOffset, size, size + 16, QByteArray(24, 'n')});
-            huge.sizeBytes += size;
-        }
-        editor.index().upsertFile(huge);
-        QVERIFY(editor.save());
-    }
-    const QByteArray bytes = TestFiles::read(onFat);
-    QVERIFY(!m_fixture.vault().rekeyVault(onFat, TestFiles::password(), NewPassword, {}, nullptr));
-    QCOMPARE(m_fixture.vault().lastFailure().reason, Failure::Reason::FileTooLargeForFileSystem);
-    QCOMPARE(m_fixture.vault().lastFailure().path, onFat);
-    QCOMPARE(TestFiles::read(onFat), bytes);
     QVERIFY(workFolders().isEmpty());
 }
 
