@@ -30,6 +30,7 @@ private Q_SLOTS:
     void aPendingEditIsNeverOpenedOver();
     void strayRemovalLeavesAWorkspaceInUse();
     void editsOfAKilledSessionSurviveARekey();
+    void aWorkspaceInUseStaysWithTheCopyThatUsesIt();
 
 private:
     WorkspaceFixture m_fixture;
@@ -277,6 +278,31 @@ void TestWorkspaceLeftovers::editsOfAKilledSessionSurviveARekey()
     QVERIFY(vault.bringBackLeftoverEdits());
     QCOMPARE(WorkspaceFixture::exported(vault, QStringLiteral("Docs/a.txt")),
              QByteArray("escrito antes do kill -9"));
+    QVERIFY(vault.lock());
+}
+
+void TestWorkspaceLeftovers::aWorkspaceInUseStaysWithTheCopyThatUsesIt()
+{
+    // A copy made before the re-key has the old key, so its session uses the old identity's folder.
+    const QString copy = QFileInfo(m_fixture.container()).dir().filePath(QStringLiteral("copia.vltx"));
+    QVERIFY(QFile::copy(m_fixture.container(), copy));
+    VaultManager other(m_fixture.root());
+    QVERIFY(other.unlock(copy, TestFiles::password()));
+    QString local;
+    QVERIFY(m_fixture.importText(other, QStringLiteral("a.txt"), "na cópia"));
+    QVERIFY(other.openForEdit(QStringLiteral("a.txt"), &local));
+    const QString inUse = other.workspaceDirectory();
+
+    VaultManager vault(m_fixture.root());
+    QVERIFY(
+        vault.rekeyVault(m_fixture.container(), TestFiles::password(), "nova-senha-bem-longa", {}, nullptr));
+    QCOMPARE(other.workspaceDirectory(), inUse);
+    QVERIFY(QFileInfo(inUse).isDir());
+    QVERIFY(QFileInfo::exists(local));
+    QVERIFY(other.lock());
+    QVERIFY(vault.unlock(m_fixture.container(), "nova-senha-bem-longa"));
+    QVERIFY(vault.leftoverEdits().isEmpty());
+    QVERIFY(vault.workspaceDirectory() != inUse);
     QVERIFY(vault.lock());
 }
 
