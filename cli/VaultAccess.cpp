@@ -94,6 +94,7 @@ int VaultAccess::open(const QString& containerPath, Core::VaultManager::Access a
         return read;
     }
     if (m_vault.unlock(containerPath, password.bytes(), access)) {
+        tellAboutRecovery();
         return Success;
     }
     Console& console = m_context.console;
@@ -115,6 +116,33 @@ int VaultAccess::open(const QString& containerPath, Core::VaultManager::Access a
     return failure.reason == Core::Failure::Reason::WrongPassword
                ? NoAccess
                : FailureText::report(console, failure, NoAccess);
+}
+
+QString VaultAccess::recoveryMessage(Core::VaultManager::Recovery outcome)
+{
+    switch (outcome) {
+    case Core::VaultManager::Recovery::HeaderRestored:
+        return tr("A última alteração no cofre foi interrompida e foi desfeita. O cofre voltou ao estado "
+                  "anterior a ela.");
+    case Core::VaultManager::Recovery::ContainerRestored:
+        return tr("O container compactado foi copiado de volta do computador para o USB.");
+    case Core::VaultManager::Recovery::JournalLeft:
+        return tr("Há ao lado do container um diário de alteração que não corresponde a ele. Ele não foi "
+                  "aplicado e foi deixado onde está: nada foi alterado no container.");
+    case Core::VaultManager::Recovery::Nothing:
+    case Core::VaultManager::Recovery::Failed:
+        break;
+    }
+    return QString();
+}
+
+void VaultAccess::tellAboutRecovery()
+{
+    // What a journal did, or was kept from doing, on the way in happened before the command ran.
+    const QString message = recoveryMessage(m_vault.lastRecovery());
+    if (!message.isEmpty()) {
+        m_context.console.message(message);
+    }
 }
 
 int VaultAccess::close()

@@ -38,8 +38,12 @@ public:
     static int refuseIfInUse(Console& console, const QString& containerPath);
     // Says that a change was cut short and how to put the vault right; Failed.
     static int adviseRecovery(Console& console, const QString& containerPath);
+    // What a recovery put back or left alone, for the user; empty when there is nothing to tell.
+    static QString recoveryMessage(Core::VaultManager::Recovery outcome);
 
 private:
+    void tellAboutRecovery();
+
     const CommandContext& m_context;
     Core::VaultManager m_vault;
 };

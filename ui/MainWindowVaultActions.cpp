@@ -195,6 +195,14 @@ void MainWindow::tellAboutRecovery()
                                   tr("Uma compactação interrompida deixou o USB sem o container. O container "
                                      "compactado foi copiado de volta do computador para o USB."));
         break;
+    case Core::VaultManager::Recovery::JournalLeft:
+        MessageBoxes::warning(this, tr("Velmarin"),
+                              tr("Há ao lado do container um diário de alteração que não corresponde a ele. "
+                                 "Ele não foi aplicado e foi deixado onde está: nada foi alterado no "
+                                 "container."),
+                              tr("Aplicá-lo voltaria o cofre a um estado anterior. Pode ser que outra pessoa "
+                                 "tenha alterado este USB."));
+        break;
     case Core::VaultManager::Recovery::Nothing:
     case Core::VaultManager::Recovery::Failed:
         break;
@@ -351,6 +359,7 @@ void MainWindow::changePassword()
         showOutcome(tr("Falha ao alterar a senha."));
         return;
     }
+    tellAboutRecovery();
     showOutcome(tr("Senha alterada com sucesso."));
     MessageBoxes::information(this, tr("Velmarin"), tr("Senha alterada com sucesso."));
 }

@@ -6,6 +6,7 @@
 #include "cli/VaultAccess.h"
 #include "core/vault/VaultManager.h"
 
+#include <QCommandLineParser>
 #include <QFileInfo>
 
 namespace Velmarin::Cli {
@@ -21,7 +22,12 @@ CommandInfo RecoverCommand::info() const
            "em .journal) guarda o que é preciso para desfazê-la. Se o USB foi removido ou faltou "
            "energia no meio dela, este comando devolve o cabeçalho anterior ou copia de volta o "
            "container compactado que ficou no computador, e remove o diário. Nenhuma senha é pedida. "
-           "Desbloquear o cofre na janela faz o mesmo.");
+           "Desbloquear o cofre na janela faz o mesmo.\nUm diário de cabeçalho só é aplicado sozinho quando "
+           "o cabeçalho atual está ilegível, como um corte o deixa: se o cabeçalho é legível e não é nenhum "
+           "dos dois que o diário conhece, o diário é deixado onde está, pois aplicá-lo voltaria o cofre a "
+           "um estado anterior. Use --force somente se você sabe que o diário é seu.");
+    info.options = {QCommandLineOption(QStringLiteral("force"),
+                                       tr("Aplica o diário de cabeçalho mesmo sobre um cabeçalho legível."))};
     return info;
 }
 
@@ -37,17 +43,22 @@ int RecoverCommand::run(const CommandContext& context)
         return InUse;
     }
     Core::VaultManager vault;
-    switch (vault.recover(container)) {
+    const Core::VaultManager::Recovery outcome =
+        vault.recover(container, context.parser.isSet(QStringLiteral("force")));
+    switch (outcome) {
     case Core::VaultManager::Recovery::Nothing:
         console.message(tr("Nada a restaurar: nenhuma alteração foi interrompida."));
         return Success;
     case Core::VaultManager::Recovery::HeaderRestored:
-        console.message(tr("A última alteração no cofre foi interrompida e foi desfeita. O cofre voltou "
-                           "ao estado anterior a ela."));
-        return Success;
     case Core::VaultManager::Recovery::ContainerRestored:
-        console.message(tr("O container compactado foi copiado de volta do computador para o USB."));
+        console.message(VaultAccess::recoveryMessage(outcome));
         return Success;
+    case Core::VaultManager::Recovery::JournalLeft:
+        console.message(VaultAccess::recoveryMessage(outcome));
+        console.message(tr("Se você sabe que o diário é seu, execute \"velmarin-cli recover --force %1\" "
+                           "para aplicá-lo.")
+                            .arg(container));
+        return Failed;
     case Core::VaultManager::Recovery::Failed:
         break;
     }

@@ -1,5 +1,7 @@
 #include "core/container/ContainerHeader.h"
 
+#include "core/crypto/VaultCrypto.h"
+
 namespace Velmarin::Core {
 
 QByteArray ContainerHeader::associatedData(const QByteArray& label) const
@@ -28,6 +30,16 @@ QByteArray ContainerHeader::associatedData(const QByteArray& label) const
         data += crypto.payloadNonce;
     }
     return data;
+}
+
+bool ContainerHeader::hasWholeKeyWrap() const
+{
+    // Argon2id takes exactly its salt size; PBKDF2 takes any salt.
+    const bool wholeSalt = crypto.kdf == QLatin1String("Argon2id")
+                               ? crypto.salt.size() == VaultCrypto::SaltSize
+                               : !crypto.salt.isEmpty();
+    return wholeSalt && crypto.nonce.size() == VaultCrypto::NonceSize &&
+           crypto.encryptedMasterKey.size() == VaultCrypto::MasterKeySize + VaultCrypto::TagSize;
 }
 
 } // namespace Velmarin::Core

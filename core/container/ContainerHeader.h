@@ -24,6 +24,9 @@ struct ContainerHeader
     // What each sealed part of the container is bound to, so a part cannot be moved to another
     // label or to a header with other settings. label is "master-key", "index" or "file-block".
     QByteArray associatedData(const QByteArray& label) const;
+    // Whether the master key's wrapping has the sizes it needs to open at all. A write cut inside it
+    // can leave JSON that reads but a wrapping no password opens.
+    bool hasWholeKeyWrap() const;
 };
 
 } // namespace Velmarin::Core

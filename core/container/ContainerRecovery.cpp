@@ -56,7 +56,8 @@ void ContainerRecovery::removeUnfinishedReplacement(const QString& containerPath
     }
 }
 
-ContainerRecovery::Outcome ContainerRecovery::recover(const QString& containerPath) const
+ContainerRecovery::Outcome ContainerRecovery::recover(const QString& containerPath,
+                                                      HeaderJournals headerJournals) const
 {
     if (!hasJournal(containerPath)) {
         return Outcome::Nothing;
@@ -88,8 +89,18 @@ ContainerRecovery::Outcome ContainerRecovery::recover(const QString& containerPa
         }
         return Outcome::Nothing;
     }
-    return journal.kind() == ContainerJournal::Kind::Header ? restoreHeader(containerPath, journal)
-                                                            : restoreCompacted(containerPath, journal);
+    if (journal.kind() == ContainerJournal::Kind::Compaction) {
+        return restoreCompacted(containerPath, journal);
+    }
+    // A cut while the header was written mostly leaves one that does not read, or a key wrapping
+    // torn to sizes that cannot open. One that reads whole was put there by someone: the journal,
+    // which anyone with the drive can write, must not undo that without proof it is the user's.
+    ContainerHeader current;
+    if (headerJournals == HeaderJournals::OverUnreadableHeader &&
+        m_containerFile.readHeader(containerPath, current) && current.hasWholeKeyWrap()) {
+        return Outcome::JournalLeft;
+    }
+    return restoreHeader(containerPath, journal);
 }
 
 ContainerRecovery::Outcome ContainerRecovery::restoreHeader(const QString& containerPath,

@@ -24,6 +24,10 @@ public:
         Nothing,
         HeaderRestored,
         ContainerRestored,
+        // A header journal beside a container whose header reads and is neither state the journal
+        // knows: applying it would roll the vault back to whatever header the journal holds. It is
+        // left where it is and nothing is changed.
+        JournalLeft,
         // A journal is there, the container is not whole and cannot be put back; nothing was removed.
         Failed
     };
@@ -38,7 +42,16 @@ public:
     // asked for a recovery), since a file of that name may be the user's own.
     static void removeUnfinishedReplacement(const QString& containerPath);
 
-    Outcome recover(const QString& containerPath) const;
+    // Which header journals are applied: by default only over a header that does not read, as a cut
+    // leaves it; Always also over one that reads, for a user who says the journal is theirs.
+    enum class HeaderJournals
+    {
+        OverUnreadableHeader,
+        Always
+    };
+
+    Outcome recover(const QString& containerPath,
+                    HeaderJournals headerJournals = HeaderJournals::OverUnreadableHeader) const;
 
 private:
     Outcome restoreHeader(const QString& containerPath, const ContainerJournal& journal) const;

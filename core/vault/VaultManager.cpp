@@ -5,6 +5,7 @@
 #include "core/container/PayloadStore.h"
 #include "core/crypto/ProcessProtection.h"
 #include "core/index/VaultPath.h"
+#include "core/vault/ContainerOpener.h"
 #include "core/vault/MasterKeyWrap.h"
 #include "core/vault/VaultCompactor.h"
 #include "core/vault/VaultRekey.h"
@@ -94,29 +95,15 @@ bool VaultManager::unlock(const QString& containerPath, const QByteArray& passwo
         m_session.recoverContainer(containerPath) == Recovery::Failed) {
         return refuse(Failure::Reason::InterruptedChange);
     }
-    ContainerHeader header;
-    if (!m_session.containerFile().readHeader(containerPath, header)) {
-        m_session.failRead(containerPath);
-        return refuse(Failure::Reason::NotAContainer);
-    }
-    if (!MasterKeyWrap::isCostBounded(header)) {
+    ContainerOpener::Opened opened;
+    if (!ContainerOpener(m_session).open(containerPath, password, access == Access::ReadWrite, opened)) {
         containerLock.release();
-        return m_session.fail(Failure::Reason::KeyCostTooHigh, containerPath);
-    }
-    const VaultCrypto& crypto = m_session.crypto();
-    SecretBytes masterKey = MasterKeyWrap(crypto).unwrap(header, password);
-    if (masterKey.isEmpty()) {
-        return refuse(Failure::Reason::WrongPassword);
-    }
-    VaultIndex index;
-    if (!IndexCipher(crypto, masterKey.view(VaultCrypto::KeySize)).decryptIndex(header, index)) {
-        // The master key opened, so the password was right: the index itself was altered.
-        return refuse(Failure::Reason::Damaged);
+        return false;
     }
     if (access == Access::ReadWrite) {
         ContainerRecovery::removeUnfinishedReplacement(containerPath);
     }
-    m_session.open(containerPath, std::move(masterKey), std::move(index), access);
+    m_session.open(containerPath, std::move(opened.masterKey), std::move(opened.index), access);
     if (access == Access::ReadOnly || !m_workspace.isEnabled()) {
         return true;
     }
@@ -125,7 +112,7 @@ bool VaultManager::unlock(const QString& containerPath, const QByteArray& passwo
            m_session.fail(Failure::Reason::WorkspaceUnavailable, m_workspace.root());
 }
 
-VaultManager::Recovery VaultManager::recover(const QString& containerPath)
+VaultManager::Recovery VaultManager::recover(const QString& containerPath, bool applyOverReadableHeader)
 {
     m_session.clearFailure();
     if (isUnlocked()) {
@@ -138,7 +125,9 @@ VaultManager::Recovery VaultManager::recover(const QString& containerPath)
         m_session.fail(Failure::Reason::InUse, containerPath);
         return Recovery::Failed;
     }
-    const Recovery outcome = m_session.recoverContainer(containerPath);
+    const Recovery outcome = m_session.recoverContainer(
+        containerPath, applyOverReadableHeader ? ContainerRecovery::HeaderJournals::Always
+                                               : ContainerRecovery::HeaderJournals::OverUnreadableHeader);
     if (outcome == Recovery::Failed) {
         m_session.fail(Failure::Reason::InterruptedChange, containerPath);
     } else {
@@ -223,18 +212,15 @@ bool VaultManager::changePassword(const QString& containerPath, const QByteArray
     if (m_session.recoverContainer(containerPath) == Recovery::Failed) {
         return m_session.fail(Failure::Reason::InterruptedChange, containerPath);
     }
-    ContainerHeader header;
-    if (!m_session.containerFile().readHeader(containerPath, header)) {
-        return m_session.failRead(containerPath);
+    // The index is opened too: a header torn in its index must get its journal's header back before
+    // a new wrapping is written over it.
+    ContainerOpener::Opened opened;
+    if (!ContainerOpener(m_session).open(containerPath, currentPassword, true, opened)) {
+        return false;
     }
-    if (!MasterKeyWrap::isCostBounded(header)) {
-        return m_session.fail(Failure::Reason::KeyCostTooHigh, containerPath);
-    }
+    ContainerHeader& header = opened.header;
     const MasterKeyWrap keyWrap(m_session.crypto());
-    const SecretBytes masterKey = keyWrap.unwrap(header, currentPassword);
-    if (masterKey.isEmpty()) {
-        return m_session.fail(Failure::Reason::WrongPassword);
-    }
+    const SecretBytes& masterKey = opened.masterKey;
     // Only the wrapping changes: the index's associated data has neither salt, nonce nor KDF name.
     keyWrap.renewSettings(header);
     header.crypto.encryptedMasterKey = keyWrap.wrap(header, newPassword, masterKey.view());

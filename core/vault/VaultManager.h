@@ -60,7 +60,9 @@ public:
     // sessions, which write nothing).
     Recovery lastRecovery() const { return m_session.lastRecovery(); }
     // Finishes or undoes a change that was cut short, without a password; while locked only.
-    Recovery recover(const QString& containerPath);
+    // A header journal beside a header that reads is left (JournalLeft) unless the user asks to
+    // apply it anyway (applyOverReadableHeader): it would put back the header it holds.
+    Recovery recover(const QString& containerPath, bool applyOverReadableHeader = false);
     // Whether a change was cut short beside containerPath (its journal is there), even when no
     // container is.
     static bool hasInterruptedChange(const QString& containerPath);

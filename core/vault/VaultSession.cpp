@@ -203,7 +203,8 @@ bool VaultSession::checkGrowth(qint64 growth)
     return fail(Failure::Reason::FileTooLargeForFileSystem, m_containerPath);
 }
 
-ContainerRecovery::Outcome VaultSession::recoverContainer(const QString& containerPath)
+ContainerRecovery::Outcome VaultSession::recoverContainer(const QString& containerPath,
+                                                          ContainerRecovery::HeaderJournals headerJournals)
 {
     using Outcome = ContainerRecovery::Outcome;
     if (!ContainerRecovery::hasJournal(containerPath)) {
@@ -216,7 +217,7 @@ ContainerRecovery::Outcome VaultSession::recoverContainer(const QString& contain
         journalLock.acquire(ContainerJournal::pathFor(containerPath)) != ContainerLock::Result::Acquired) {
         return Outcome::Failed;
     }
-    const Outcome outcome = ContainerRecovery(m_containerFile).recover(containerPath);
+    const Outcome outcome = ContainerRecovery(m_containerFile).recover(containerPath, headerJournals);
     if (outcome == Outcome::Failed) {
         return Outcome::Failed;
     }

@@ -74,7 +74,9 @@ public:
 
     // Finishes or undoes a change cut short beside containerPath, for a caller that holds the
     // container's lock or knows there is no container. What was put back is kept for lastRecovery.
-    ContainerRecovery::Outcome recoverContainer(const QString& containerPath);
+    ContainerRecovery::Outcome recoverContainer(const QString& containerPath,
+                                                ContainerRecovery::HeaderJournals headerJournals =
+                                                    ContainerRecovery::HeaderJournals::OverUnreadableHeader);
     ContainerRecovery::Outcome lastRecovery() const { return m_recovery; }
 
     // Every operation starts with a clean slate and records why it failed before answering false.

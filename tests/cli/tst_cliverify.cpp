@@ -40,6 +40,7 @@ private Q_SLOTS:
     void compactOfADamagedVaultNamesTheFilesAndChangesNothing();
     void compactOfAWrongPasswordChangesNothing();
     void recoverUndoesAnInterruptedChange();
+    void aForgedJournalIsLeftAndTold();
 
 private:
     QString path(const QString& name) const { return m_dir->filePath(name); }
@@ -323,6 +324,44 @@ void TestCliVerify::recoverUndoesAnInterruptedChange()
     QCOMPARE(missing.exitCode, 1);
     QCOMPARE(missing.errorLines(),
              QStringList({QStringLiteral("O arquivo do container não foi encontrado.")}));
+}
+
+void TestCliVerify::aForgedJournalIsLeftAndTold()
+{
+    QVERIFY(TestFiles::write(path(QStringLiteral("a.txt")), "conteúdo"));
+    QCOMPARE(run(QStringLiteral("import"), {path(QStringLiteral("a.txt")), QStringLiteral("a.txt")}).exitCode,
+             0);
+    const Velmarin::Core::ContainerFile file;
+    QByteArray earlier;
+    QVERIFY(file.readHeaderBytes(m_container, earlier));
+    QCOMPARE(run(QStringLiteral("rm"), {QStringLiteral("a.txt")}).exitCode, 0);
+    // Someone puts the header from before the deletion beside today's, as a change never made.
+    const QString journal = m_container + QStringLiteral(".journal");
+    QVERIFY(Velmarin::Core::ContainerJournal::forHeaderChange(earlier, "forjado").write(m_container));
+    const QByteArray today = TestFiles::read(m_container);
+    const QByteArray forged = TestFiles::read(journal);
+    const QString left =
+        QStringLiteral("Há ao lado do container um diário de alteração que não corresponde a "
+                       "ele. Ele não foi aplicado e foi deixado onde está: nada foi alterado "
+                       "no container.");
+
+    const CliResult recovered = run(QStringLiteral("recover"));
+    QCOMPARE(recovered.exitCode, 1);
+    QCOMPARE(recovered.errorLines(),
+             QStringList({left, QStringLiteral("Se você sabe que o diário é seu, execute \"velmarin-cli "
+                                               "recover --force %1\" para aplicá-lo.")
+                                    .arg(m_container)}));
+    QCOMPARE(TestFiles::read(m_container), today);
+    QCOMPARE(TestFiles::read(journal), forged);
+
+    // A command that unlocks for changes says so too, and goes on over today's vault.
+    const CliResult made = run(QStringLiteral("mkdir"), {QStringLiteral("Nova")});
+    QCOMPARE(made.exitCode, 0);
+    QVERIFY(made.errorLines().contains(left));
+    QVERIFY(!run(QStringLiteral("ls")).output.contains("a.txt"));
+
+    QCOMPARE(run(QStringLiteral("recover"), {QStringLiteral("--force")}).exitCode, 0);
+    QVERIFY(!QFile::exists(journal));
 }
 
 QTEST_GUILESS_MAIN(TestCliVerify)

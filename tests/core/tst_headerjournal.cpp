@@ -71,6 +71,12 @@ private Q_SLOTS:
     void aTornJournalBesideATornHeaderIsLeftAlone();
     void readOnlySessionsWriteNothing();
     void recoverNeedsNoPassword();
+    void recoverLeavesATornIndexToThePassword();
+    void aHeaderTornInItsKeyWrapIsRestoredWithoutAPassword();
+    void aForgedJournalBesideASoundHeaderIsLeft();
+    void aForgedJournalIsLeftByAPasswordChange();
+    void aWrongPasswordLeavesATornIndexAndItsJournal();
+    void aReadOnlySessionLeavesATornIndexAndItsJournal();
     void changePasswordRecoversFirst();
     void aCompactionJournalPutsTheLocalCopyBack();
     void aCompactionJournalBesideTheNewContainerIsStale();
@@ -362,7 +368,11 @@ void TestHeaderJournal::recoverNeedsNoPassword()
     QByteArray newHeader;
     prepareRename(oldHeader, newHeader);
     const QByteArray before = TestFiles::read(m_fixture.container());
-    QVERIFY(tear(m_fixture.container(), oldHeader, newHeader, 30));
+    // Cut inside the JSON's closing: the header no longer reads.
+    QVERIFY(overwrite(m_fixture.container(), HeaderStart, newHeader.left(newHeader.size() - 2)));
+    QVERIFY(overwrite(m_fixture.container(), HeaderStart + newHeader.size() - 2, "@@"));
+    ContainerHeader parsed;
+    QVERIFY(!ContainerFile().readHeader(m_fixture.container(), parsed));
     VaultManager vault;
     QCOMPARE(vault.recover(m_fixture.container()), VaultManager::Recovery::HeaderRestored);
     QCOMPARE(TestFiles::read(m_fixture.container()), before);
@@ -371,6 +381,126 @@ void TestHeaderJournal::recoverNeedsNoPassword()
     QVERIFY(vault.unlock(m_fixture.container(), TestFiles::password()));
     QCOMPARE(vault.recover(m_fixture.container()), VaultManager::Recovery::Failed);
     QVERIFY(vault.lock());
+}
+
+void TestHeaderJournal::recoverLeavesATornIndexToThePassword()
+{
+    QByteArray oldHeader;
+    QByteArray newHeader;
+    prepareRename(oldHeader, newHeader);
+    const QByteArray before = TestFiles::read(m_fixture.container());
+    // Torn inside the index: the header reads, and without the password nothing tells this cut
+    // from a journal someone put beside a header that is whole.
+    QVERIFY(tear(m_fixture.container(), oldHeader, newHeader, 30));
+    const QByteArray torn = TestFiles::read(m_fixture.container());
+    const QByteArray journalBytes = TestFiles::read(journal());
+    VaultManager vault;
+    QCOMPARE(vault.recover(m_fixture.container()), VaultManager::Recovery::JournalLeft);
+    QCOMPARE(TestFiles::read(m_fixture.container()), torn);
+    QCOMPARE(TestFiles::read(journal()), journalBytes);
+    // The password opens the master key but not the index: the journal is the user's own.
+    QVERIFY(vault.unlock(m_fixture.container(), TestFiles::password()));
+    QCOMPARE(vault.lastRecovery(), VaultManager::Recovery::HeaderRestored);
+    QCOMPARE(TestFiles::read(m_fixture.container()), before);
+    QVERIFY(!QFile::exists(journal()));
+    QVERIFY(vault.fileExists(QStringLiteral("a.txt")));
+    QVERIFY(vault.lock());
+}
+
+void TestHeaderJournal::aHeaderTornInItsKeyWrapIsRestoredWithoutAPassword()
+{
+    QByteArray oldHeader;
+    QByteArray newHeader;
+    prepareRename(oldHeader, newHeader);
+    const QByteArray before = TestFiles::read(m_fixture.container());
+    // Zeros where the wrapped key's text was: the JSON may still read, but no password opens it.
+    const qsizetype wrapAt = newHeader.indexOf("\"encryptedMasterKey\":\"") + 22;
+    QVERIFY(wrapAt > 22);
+    QVERIFY(overwrite(m_fixture.container(), HeaderStart, newHeader));
+    QVERIFY(overwrite(m_fixture.container(), HeaderStart + wrapAt + 10, QByteArray(4, '\0')));
+    VaultManager vault;
+    QCOMPARE(vault.recover(m_fixture.container()), VaultManager::Recovery::HeaderRestored);
+    QCOMPARE(TestFiles::read(m_fixture.container()), before);
+    QVERIFY(!QFile::exists(journal()));
+}
+
+void TestHeaderJournal::aForgedJournalBesideASoundHeaderIsLeft()
+{
+    // Someone with the drive kept today's header from before a.txt was deleted, and puts it back as
+    // the old header of a change that never happened.
+    const QByteArray earlier = headerOf(m_fixture.container());
+    QVERIFY(m_fixture.vault().deleteFile(QStringLiteral("a.txt")));
+    QVERIFY(m_fixture.vault().lock());
+    QVERIFY(ContainerJournal::forHeaderChange(earlier, "um cabeçalho que nunca existiu")
+                .write(m_fixture.container()));
+    const QByteArray today = TestFiles::read(m_fixture.container());
+    const QByteArray forged = TestFiles::read(journal());
+
+    VaultManager vault;
+    QVERIFY(vault.unlock(m_fixture.container(), TestFiles::password()));
+    QCOMPARE(vault.lastRecovery(), VaultManager::Recovery::JournalLeft);
+    QVERIFY(!vault.fileExists(QStringLiteral("a.txt")));
+    QVERIFY(vault.lock());
+    QCOMPARE(TestFiles::read(m_fixture.container()), today);
+    QCOMPARE(TestFiles::read(journal()), forged);
+    QCOMPARE(vault.recover(m_fixture.container()), VaultManager::Recovery::JournalLeft);
+    QCOMPARE(TestFiles::read(m_fixture.container()), today);
+    QCOMPARE(TestFiles::read(journal()), forged);
+
+    // Applied only when the user says the journal is theirs.
+    QCOMPARE(vault.recover(m_fixture.container(), true), VaultManager::Recovery::HeaderRestored);
+    QVERIFY(!QFile::exists(journal()));
+    QVERIFY(vault.unlock(m_fixture.container(), TestFiles::password()));
+    QVERIFY(vault.fileExists(QStringLiteral("a.txt")));
+    QVERIFY(vault.lock());
+}
+
+void TestHeaderJournal::aForgedJournalIsLeftByAPasswordChange()
+{
+    const QByteArray earlier = headerOf(m_fixture.container());
+    QVERIFY(m_fixture.vault().deleteFile(QStringLiteral("a.txt")));
+    QVERIFY(m_fixture.vault().lock());
+    QVERIFY(ContainerJournal::forHeaderChange(earlier, "forjado").write(m_fixture.container()));
+    const QByteArray newPassword = "outra senha bem longa";
+    VaultManager vault;
+    QVERIFY(vault.changePassword(m_fixture.container(), TestFiles::password(), newPassword));
+    QCOMPARE(vault.lastRecovery(), VaultManager::Recovery::JournalLeft);
+    QVERIFY(vault.unlock(m_fixture.container(), newPassword));
+    QVERIFY(!vault.fileExists(QStringLiteral("a.txt")));
+    QVERIFY(vault.fileExists(QStringLiteral("Pasta/b.txt")));
+    QVERIFY(vault.lock());
+}
+
+void TestHeaderJournal::aWrongPasswordLeavesATornIndexAndItsJournal()
+{
+    QByteArray oldHeader;
+    QByteArray newHeader;
+    prepareRename(oldHeader, newHeader);
+    QVERIFY(tear(m_fixture.container(), oldHeader, newHeader, 30));
+    const QByteArray torn = TestFiles::read(m_fixture.container());
+    const QByteArray journalBytes = TestFiles::read(journal());
+    VaultManager vault;
+    QVERIFY(!vault.unlock(m_fixture.container(), "uma senha que não é esta"));
+    QCOMPARE(vault.lastFailure().reason, Failure::Reason::WrongPassword);
+    QVERIFY(
+        !vault.changePassword(m_fixture.container(), "uma senha que não é esta", "outra senha bem longa"));
+    QCOMPARE(vault.lastFailure().reason, Failure::Reason::WrongPassword);
+    QCOMPARE(TestFiles::read(m_fixture.container()), torn);
+    QCOMPARE(TestFiles::read(journal()), journalBytes);
+}
+
+void TestHeaderJournal::aReadOnlySessionLeavesATornIndexAndItsJournal()
+{
+    QByteArray oldHeader;
+    QByteArray newHeader;
+    prepareRename(oldHeader, newHeader);
+    QVERIFY(tear(m_fixture.container(), oldHeader, newHeader, 30));
+    const QByteArray torn = TestFiles::read(m_fixture.container());
+    VaultManager vault;
+    QVERIFY(!vault.unlock(m_fixture.container(), TestFiles::password(), VaultManager::Access::ReadOnly));
+    QCOMPARE(vault.lastFailure().reason, Failure::Reason::Damaged);
+    QCOMPARE(TestFiles::read(m_fixture.container()), torn);
+    QVERIFY(QFile::exists(journal()));
 }
 
 void TestHeaderJournal::changePasswordRecoversFirst()

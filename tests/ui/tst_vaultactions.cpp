@@ -117,6 +117,7 @@ private Q_SLOTS:
     void compactShrinksTheContainer();
     void compactFailureNamesThePreservedContainer();
     void unlockTellsThatAnInterruptedChangeWasUndone();
+    void unlockLeavesAForgedJournalAndSaysSo();
     void compactFailureWithoutAPreservedContainer();
     void compactOfADamagedVaultNamesTheFilesAndChangesNothing();
     void compactNamesAtMostTenDamagedFiles();
@@ -747,6 +748,37 @@ void VaultActionsTest::unlockTellsThatAnInterruptedChangeWasUndone()
                        "e foi desfeita. O cofre voltou ao estado anterior a ela."));
     QCOMPARE(m_fixture.names(), QStringList({QStringLiteral("a.txt")}));
     QVERIFY(!Core::VaultManager::hasInterruptedChange(m_fixture.container()));
+}
+
+void VaultActionsTest::unlockLeavesAForgedJournalAndSaysSo()
+{
+    setUpWithDrive({}, {{QStringLiteral("a.txt"), "a"}, {QStringLiteral("b.txt"), "b"}});
+    {
+        // Someone kept the header from before b.txt was deleted and puts it beside today's as the
+        // old header of a change that never happened.
+        Core::VaultManager other;
+        QByteArray earlier;
+        const Core::ContainerFile file;
+        QVERIFY(file.readHeaderBytes(m_fixture.container(), earlier));
+        QVERIFY(other.unlock(m_fixture.container(), TestFiles::password()));
+        QVERIFY(other.deleteFile(QStringLiteral("b.txt")));
+        QVERIFY(other.lock());
+        QVERIFY(Core::ContainerJournal::forHeaderChange(earlier, "forjado").write(m_fixture.container()));
+    }
+    const QByteArray today = TestFiles::read(m_fixture.container());
+    MessageRecord left;
+    unlockAnswering(left);
+    QVERIFY(m_fixture.window().isVaultUnlocked());
+    QCOMPARE(left.title, QStringLiteral("Velmarin"));
+    QCOMPARE(left.icon, QMessageBox::Warning);
+    QCOMPARE(left.text, QStringLiteral("Há ao lado do container um diário de alteração que não corresponde a "
+                                       "ele. Ele não foi aplicado e foi deixado onde está: nada foi alterado "
+                                       "no container."));
+    QCOMPARE(left.informativeText, QStringLiteral("Aplicá-lo voltaria o cofre a um estado anterior. Pode ser "
+                                                  "que outra pessoa tenha alterado este USB."));
+    QCOMPARE(m_fixture.names(), QStringList({QStringLiteral("a.txt")}));
+    QCOMPARE(TestFiles::read(m_fixture.container()), today);
+    QVERIFY(Core::VaultManager::hasInterruptedChange(m_fixture.container()));
 }
 
 void VaultActionsTest::compactFailureWithoutAPreservedContainer()
