@@ -22,9 +22,18 @@ constexpr Qt::CaseSensitivity FileNameCase = Qt::CaseInsensitive;
 constexpr Qt::CaseSensitivity FileNameCase = Qt::CaseSensitive;
 #endif
 
-// A path below the exported folder as the engine stores paths, and never one that names a drive: an
-// index that lies can hold "..", a leading "/", backslashes or "C:".
-bool isPlainRelative(const QString& relative)
+Failure failureOf(Failure::Reason reason, const QString& path, const QString& systemError = QString())
+{
+    Failure failure;
+    failure.reason = reason;
+    failure.path = path;
+    failure.systemError = systemError;
+    return failure;
+}
+
+} // namespace
+
+bool FolderExport::isPlainRelative(const QString& relative)
 {
     if (relative.isEmpty() || normalizeVaultPath(relative) != relative) {
         return false;
@@ -41,17 +50,6 @@ bool isPlainRelative(const QString& relative)
 #endif
     return true;
 }
-
-Failure failureOf(Failure::Reason reason, const QString& path, const QString& systemError = QString())
-{
-    Failure failure;
-    failure.reason = reason;
-    failure.path = path;
-    failure.systemError = systemError;
-    return failure;
-}
-
-} // namespace
 
 FolderExport::FolderExport(VaultSession& session, const FileTransfer& transfer)
     : m_session(session)

@@ -72,6 +72,10 @@ public:
     // with the files that failed in outcome and the first of them as the session's failure.
     bool run(const QString& folder, const QString& destination, const Handler& handler, Outcome& outcome);
 
+    // A path below the exported folder as the engine stores paths, and never one that names a drive:
+    // an index that lies can hold "..", a leading "/", backslashes or "C:".
+    static bool isPlainRelative(const QString& relative);
+
 private:
     // Finds target, the file or folder on disk for relative (a path below the exported folder), making
     // the folders on its way; false with failure when it would not lie inside the destination or a

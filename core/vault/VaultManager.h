@@ -8,6 +8,7 @@
 #include "core/vault/FileTransfer.h"
 #include "core/vault/FolderExport.h"
 #include "core/vault/ImportBatch.h"
+#include "core/vault/OutgoingCopies.h"
 #include "core/vault/VaultSession.h"
 #include "core/vault/VerificationReport.h"
 #include "core/vault/WorkspaceEdits.h"
@@ -145,6 +146,12 @@ public:
     bool checkNewEntry(const QString& folder, const QString& name, QString* path);
 
     bool openForEdit(const QString& vaultPath, QString* localPath);
+    // A file or a folder dragged out to the file manager: a copy in the workspace, wiped at lock and
+    // never brought back (see OutgoingCopies). Works in any session that took a workspace.
+    bool copyOut(const QString& vaultPath, QString* localPath, const ProgressCallback& progress = {})
+    {
+        return m_outgoing.write(vaultPath, localPath, progress);
+    }
     bool isOpenForEdit(const QString& vaultPath) const;
 
     // Every block is authenticated as it is copied. When some are damaged the container is left as
@@ -165,6 +172,7 @@ private:
     FileTransfer m_transfer{m_session};
     EntryOperations m_entries{m_session, m_workspace};
     WorkspaceEdits m_edits{m_session, m_workspace, m_transfer};
+    OutgoingCopies m_outgoing{m_session, m_workspace, m_transfer};
 };
 
 } // namespace Velmarin::Core

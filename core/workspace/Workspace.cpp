@@ -100,6 +100,8 @@ bool Workspace::acquire(const QString& id)
         return fail(isAcquired() ? problemOf(problem) : Problem::InUse);
     }
     m_id = id;
+    // What an earlier session dragged out was read by the file manager long ago.
+    discardOutgoing();
     for (const EditedFile& file : readManifest()) {
         if (isChanged(file)) {
             m_leftovers.append(file);
@@ -135,7 +137,8 @@ bool Workspace::release()
     if (isAcquired() && !m_leftovers.isEmpty()) {
         // Nobody decided about an earlier session's edits yet: they wait for the next unlock.
         m_edited.clear();
-        const bool removed = m_files.removeAllBut(pathsOf(m_leftovers)) && writeManifest();
+        const bool removed =
+            m_files.removeAllBut(pathsOf(m_leftovers)) && writeManifest() && discardOutgoing();
         closeFolders();
         return removed;
     }
@@ -187,6 +190,7 @@ void Workspace::releaseKeepingEdits()
     m_edited = kept;
     m_files.removeAllBut(pathsOf(m_leftovers) + pathsOf(kept.values()));
     writeManifest();
+    discardOutgoing();
     closeFolders();
 }
 
@@ -275,6 +279,40 @@ bool Workspace::holdsOpenFile(const QString& folder) const
     return std::any_of(m_edited.cbegin(), m_edited.cend(), [&](const EditedFile& file) {
         return isSameVaultPath(file.vaultPath, folder) || liesBelow(file.vaultPath, folder);
     });
+}
+
+bool Workspace::createOutgoingFolder(QString* name, QString* path)
+{
+    if (!isAcquired()) {
+        return false;
+    }
+    // The file manager reads the copies by their path: it must still lead into our own folders.
+    if (!isStillPrivate()) {
+        m_problem = Problem::NotPrivate;
+        return false;
+    }
+    PrivateFolder::Problem problem = PrivateFolder::Problem::None;
+    const PrivateFolder outgoing = m_folder.child(OutgoingFolderName, &problem);
+    // A folder of its own per drag: the file manager may still be reading an earlier one.
+    const QString drag = QString::number(QRandomGenerator::global()->generate64(), 16);
+    const PrivateFolder folder = outgoing.isOpen() ? outgoing.child(drag, &problem) : PrivateFolder();
+    if (!folder.isOpen()) {
+        return false;
+    }
+    *name = drag;
+    *path = folder.path();
+    return true;
+}
+
+bool Workspace::discardOutgoing(const QString& name) const
+{
+    if (!isAcquired()) {
+        return true;
+    }
+    if (name.isEmpty()) {
+        return m_folder.remove(OutgoingFolderName);
+    }
+    return m_folder.remove(OutgoingFolderName + QLatin1Char('/') + name);
 }
 
 bool Workspace::writeManifest() const

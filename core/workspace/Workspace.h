@@ -19,6 +19,7 @@ namespace Velmarin::Core {
 //   <root>/<id>/lock           held while a session uses the workspace
 //   <root>/<id>/manifest.json  each copy written, with its modification time right after writing
 //   <root>/<id>/files/...      the copies, mirroring the vault's folders
+//   <root>/<id>/outgoing/...   copies dragged out to the file manager, wiped at lock and unlock
 class Workspace
 {
 public:
@@ -36,6 +37,8 @@ public:
     static inline const QString LockFileName = QStringLiteral("lock");
     static inline const QString ManifestFileName = QStringLiteral("manifest.json");
     static inline const QString FilesFolderName = QStringLiteral("files");
+    // Copies dragged out to the file manager, one folder per drag; never edits to bring back.
+    static inline const QString OutgoingFolderName = QStringLiteral("outgoing");
 
     // An empty root makes a workspace that is never taken: such a session opens nothing for editing.
     explicit Workspace(const QString& root = QString());
@@ -73,6 +76,13 @@ public:
     bool isOpen(const QString& vaultPath) const;
     // True when an open file is folder itself or lies inside it.
     bool holdsOpenFile(const QString& folder) const;
+
+    // A new, empty folder for one drag's copies, beside the copies opened for editing and never
+    // mistaken for them; its name in outgoing and its path. The file manager reads the copies after
+    // the drag, so they stay until discardOutgoing or the end of the session.
+    bool createOutgoingFolder(QString* name, QString* path);
+    // Wipes one drag's copies (name), or all of them.
+    bool discardOutgoing(const QString& name = QString()) const;
 
     // Workspaces below root that no session uses and that still hold copies: left by sessions of
     // other containers that ended without locking.
