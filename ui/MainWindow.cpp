@@ -224,6 +224,8 @@ void MainWindow::updateActionStates()
     m_actions.newFolder->setEnabled(unlocked);
     m_actions.importFiles->setEnabled(unlocked);
     m_actions.importFolder->setEnabled(unlocked);
+    // Read-only sessions too: an export writes nothing to the container.
+    m_actions.exportFolder->setEnabled(unlocked);
     m_actions.compact->setEnabled(unlocked);
     // Read-only sessions too: verification only reads.
     m_actions.verify->setEnabled(unlocked);

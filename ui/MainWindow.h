@@ -15,6 +15,7 @@ class QLabel;
 class QListWidget;
 class QListWidgetItem;
 class QMenu;
+class QMimeData;
 class QPoint;
 class QTableWidget;
 class QTableWidgetItem;
@@ -27,8 +28,8 @@ namespace Velmarin::UI {
 // The implementation is split by concern: layout and state (MainWindow.cpp), menus
 // (MainWindowMenus.cpp), devices (MainWindowDevices.cpp), the file table (MainWindowFileTable.cpp),
 // vault actions (MainWindowVaultActions.cpp), file actions (MainWindowFileActions.cpp), importing
-// (MainWindowImport.cpp, and folders and drops in MainWindowImportFolders.cpp) and locking on its
-// own (MainWindowAutoLock.cpp).
+// (MainWindowImport.cpp, and folders and drops in MainWindowImportFolders.cpp), exporting folders
+// and dragging rows out (MainWindowExportFolders.cpp) and locking on its own (MainWindowAutoLock.cpp).
 class MainWindow : public QMainWindow
 {
     Q_OBJECT
@@ -54,6 +55,9 @@ public:
     QString selectedFolderPath() const;
     bool isFolderSelected() const;
     bool isNavigationRowSelected() const;
+    // The selected file or folder row, decrypted into the private workspace and handed over as the
+    // URL of that copy, for a drag to the file manager; nullptr when nothing can be dragged (told).
+    QMimeData* dragMimeData();
 
 public Q_SLOTS:
     void updateActionStates();
@@ -78,6 +82,7 @@ public Q_SLOTS:
     void importFiles();
     void importFolder();
     void exportFile();
+    void exportFolder();
     void openFile();
     void moveFile();
     void renameFile();
@@ -104,6 +109,7 @@ private:
         QAction* importFiles = nullptr;
         QAction* importFolder = nullptr;
         QAction* exportFile = nullptr;
+        QAction* exportFolder = nullptr;
         QAction* openFile = nullptr;
         QAction* moveFile = nullptr;
         QAction* renameFile = nullptr;
@@ -196,6 +202,14 @@ private:
     // After a batch: the names left out, in one box.
     void tellLeftOut(const ImportRequest& request);
     QString importOutcomeText(int imported, int ignored) const;
+
+    // Exporting folders (MainWindowExportFolders.cpp).
+    // The folder on disk that receives folder ("" for the whole vault): its own name.
+    QString exportedFolderName(const QString& folder) const;
+    // After a folder export: what could not be written, and what was refused, in one box.
+    void tellExportFailures(const Core::FolderExport::Outcome& outcome);
+    QString exportOutcomeText(const Core::FolderExport::Outcome& outcome) const;
+    void allowDragsOut();
 
     // File actions (MainWindowFileActions.cpp).
     void renameEntry(bool folder);

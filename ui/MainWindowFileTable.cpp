@@ -188,6 +188,7 @@ void MainWindow::showTableContextMenu(const QPoint& position)
         menu.addAction(m_actions.deleteFile);
         menu.addSeparator();
     } else if (kind == FolderRow) {
+        menu.addAction(m_actions.exportFolder);
         menu.addAction(m_actions.renameFolder);
         menu.addAction(m_actions.deleteFolder);
         menu.addSeparator();

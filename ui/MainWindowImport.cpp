@@ -9,13 +9,13 @@
 #include "ui/MainWindow.h"
 #include "ui/MessageBoxes.h"
 #include "ui/ProgressDialogs.h"
+#include "ui/ReplaceQuestion.h"
 
 #include <QElapsedTimer>
 #include <QFileInfo>
 #include <QProgressDialog>
 
 #include <algorithm>
-#include <optional>
 
 namespace Velmarin::UI {
 
@@ -65,8 +65,7 @@ void MainWindow::runImport(ImportRequest request)
     const bool forAll =
         request.offerForAll &&
         std::count_if(items.cbegin(), items.cend(), [](const auto& item) { return !item.isFolder; }) > 1;
-    // Set once "Sim para todos" or "Não para todos" was answered.
-    std::optional<bool> replaceAll;
+    ReplaceQuestion replaceQuestion(this, forAll);
     // A folder that could not be made keeps what it holds out with it, without a box for each.
     QStringList refusedFolders;
 
@@ -90,20 +89,8 @@ void MainWindow::runImport(ImportRequest request)
         if (!index.fileExists(item.vaultPath)) {
             return true;
         }
-        const QString title = tr("Substituir arquivo");
-        const QString question =
-            tr("%1 já existe no cofre. Deseja substituir o arquivo protegido?").arg(item.vaultPath);
-        if (!forAll) {
-            return MessageBoxes::askYesNo(this, title, question);
-        }
-        if (replaceAll) {
-            return *replaceAll;
-        }
-        const MessageBoxes::ForAll answer = MessageBoxes::askYesNoForAll(this, title, question);
-        if (answer == MessageBoxes::ForAll::YesToAll || answer == MessageBoxes::ForAll::NoToAll) {
-            replaceAll = answer == MessageBoxes::ForAll::YesToAll;
-        }
-        return answer == MessageBoxes::ForAll::Yes || answer == MessageBoxes::ForAll::YesToAll;
+        return replaceQuestion.replace(
+            tr("%1 já existe no cofre. Deseja substituir o arquivo protegido?").arg(item.vaultPath));
     };
     handler.progress = [&](const Core::ImportBatch::Progress& step) {
         if (sinceRedraw.isValid() && sinceRedraw.elapsed() >= RedrawIntervalMs) {

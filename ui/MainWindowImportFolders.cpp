@@ -6,31 +6,9 @@
 #include "ui/MainWindow.h"
 #include "ui/MessageBoxes.h"
 
-#include <QDir>
 #include <QTableWidget>
 
 namespace Velmarin::UI {
-
-namespace {
-
-// Past this many names a list would not fit the screen; the rest are counted.
-constexpr int ListedNames = 20;
-
-QString listed(QStringList paths)
-{
-    // In order, so a name and its twin stand together.
-    paths.sort();
-    QStringList lines;
-    for (const QString& path : paths.mid(0, ListedNames)) {
-        lines << QDir::toNativeSeparators(path);
-    }
-    if (paths.size() > ListedNames) {
-        lines << MessageBoxes::tr("... e mais %1.").arg(paths.size() - ListedNames);
-    }
-    return lines.join(QLatin1Char('\n'));
-}
-
-} // namespace
 
 void MainWindow::importFolder()
 {
@@ -89,12 +67,12 @@ void MainWindow::tellLeftOut(const ImportRequest& request)
 {
     QStringList parts;
     if (!request.refusedNames.isEmpty()) {
-        parts << tr("O cofre não aceita estes nomes:\n%1").arg(listed(request.refusedNames));
+        parts << tr("O cofre não aceita estes nomes:\n%1").arg(MessageBoxes::nameList(request.refusedNames));
     }
     if (!request.caseTwins.isEmpty()) {
         parts << tr("Estes arquivos chegariam ao mesmo lugar do cofre, pois seus nomes diferem apenas em "
                     "letras maiúsculas e minúsculas:\n%1")
-                     .arg(listed(request.caseTwins));
+                     .arg(MessageBoxes::nameList(request.caseTwins));
     }
     if (!parts.isEmpty()) {
         MessageBoxes::warning(this, tr("Importar arquivos"), tr("Alguns itens não foram importados."),

@@ -33,6 +33,7 @@ void MainWindow::createActions()
     m_actions.importFiles = make(tr("Importar..."), QKeySequence(QStringLiteral("Ctrl+I")));
     m_actions.importFolder = make(tr("Importar pasta..."));
     m_actions.exportFile = make(tr("Exportar..."), QKeySequence(QStringLiteral("Ctrl+E")));
+    m_actions.exportFolder = make(tr("Exportar pasta..."));
     m_actions.openFile = make(tr("Abrir"), QKeySequence(QStringLiteral("Return")));
     m_actions.renameFolder = make(tr("Renomear pasta..."));
     m_actions.deleteFolder = make(tr("Excluir pasta vazia"));
@@ -73,6 +74,7 @@ void MainWindow::buildMenus()
     filesMenu->addAction(m_actions.importFiles);
     filesMenu->addAction(m_actions.importFolder);
     filesMenu->addAction(m_actions.exportFile);
+    filesMenu->addAction(m_actions.exportFolder);
     filesMenu->addAction(m_actions.openFile);
     filesMenu->addSeparator();
     filesMenu->addAction(m_actions.renameFolder);
@@ -110,6 +112,7 @@ void MainWindow::connectSignals()
     connectOperation(m_actions.importFiles, &MainWindow::importFiles);
     connectOperation(m_actions.importFolder, &MainWindow::importFolder);
     connectOperation(m_actions.exportFile, &MainWindow::exportFile);
+    connectOperation(m_actions.exportFolder, &MainWindow::exportFolder);
     connectOperation(m_actions.openFile, &MainWindow::openFile);
     connectOperation(m_actions.moveFile, &MainWindow::moveFile);
     connectOperation(m_actions.renameFile, &MainWindow::renameFile);
@@ -134,6 +137,7 @@ void MainWindow::connectSignals()
     connect(m_fileTable, &QTableWidget::customContextMenuRequested, this, &MainWindow::showTableContextMenu);
     connectAutoLock();
     acceptDrops();
+    allowDragsOut();
 }
 
 void MainWindow::showHelp()

@@ -1,5 +1,6 @@
 #include "ui/MessageBoxes.h"
 
+#include <QDir>
 #include <QInputDialog>
 #include <QLabel>
 #include <QLayout>
@@ -81,6 +82,21 @@ QString MessageBoxes::askText(QWidget* parent, const QString& title, const QStri
     dialog.setCancelButtonText(tr("Cancelar"));
     *accepted = dialog.exec() == QDialog::Accepted;
     return *accepted ? dialog.textValue() : QString();
+}
+
+QString MessageBoxes::nameList(QStringList paths)
+{
+    // Past this many names a list would not fit the screen.
+    constexpr int Listed = 20;
+    paths.sort();
+    QStringList lines;
+    for (const QString& path : paths.mid(0, Listed)) {
+        lines << QDir::toNativeSeparators(path);
+    }
+    if (paths.size() > Listed) {
+        lines << tr("... e mais %1.").arg(paths.size() - Listed);
+    }
+    return lines.join(QLatin1Char('\n'));
 }
 
 void MessageBoxes::tell(QMessageBox::Icon icon, QWidget* parent, const QString& title, const QString& text,

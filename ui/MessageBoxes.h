@@ -3,6 +3,7 @@
 #include <QCoreApplication>
 #include <QMessageBox>
 #include <QString>
+#include <QStringList>
 
 class QWidget;
 
@@ -43,6 +44,10 @@ public:
         NoToAll
     };
     static ForAll askYesNoForAll(QWidget* parent, const QString& title, const QString& text);
+
+    // Paths for a box's list, one a line in order, so a name and its twin stand together; past a
+    // screenful the rest are counted.
+    static QString nameList(QStringList paths);
 
     // A single-line text prompt with "OK" and "Cancelar"; accepted is false when cancelled.
     static QString askText(QWidget* parent, const QString& title, const QString& label, const QString& text,

@@ -70,6 +70,16 @@ Core::ProgressCallback ProgressDialogs::importAdapter(QProgressDialog* dialog, c
     };
 }
 
+Core::ProgressCallback ProgressDialogs::exportAdapter(QProgressDialog* dialog)
+{
+    return [dialog](qint64 done, qint64 total, const QString& label) {
+        dialog->setValue(compactionValue(done, total));
+        dialog->setLabelText(tr("Exportando %1...\n%2 de %3")
+                                 .arg(label, Core::formatDataSize(done), Core::formatDataSize(total)));
+        QCoreApplication::processEvents();
+    };
+}
+
 std::function<void(qint64, qint64)> ProgressDialogs::backupAdapter(QProgressDialog* dialog)
 {
     return [dialog](qint64 done, qint64 total) {

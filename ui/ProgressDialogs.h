@@ -30,6 +30,8 @@ public:
     // dialog calls "Substituindo container no USB".
     static Core::ProgressCallback compactionAdapter(QProgressDialog* dialog);
     static Core::ProgressCallback importAdapter(QProgressDialog* dialog, const QString& speedNote);
+    // Files written out of the vault; an export of empty files only fills the bar at once.
+    static Core::ProgressCallback exportAdapter(QProgressDialog* dialog);
     // A backup's (done, total); an empty container fills the bar at once.
     static std::function<void(qint64, qint64)> backupAdapter(QProgressDialog* dialog);
 };

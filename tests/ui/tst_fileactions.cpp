@@ -667,10 +667,10 @@ void FileActionsTest::contextMenuFollowsTheRow()
                           QStringLiteral("Mover para pasta..."), QStringLiteral("Renomear arquivo..."),
                           QStringLiteral("Excluir..."), QStringLiteral("---"),
                           QStringLiteral("Nova pasta..."), QStringLiteral("Importar...")}));
-    QCOMPARE(
-        contextMenuFor(QStringLiteral("Docs")),
-        QStringList({QStringLiteral("Renomear pasta..."), QStringLiteral("Excluir pasta vazia"),
-                     QStringLiteral("---"), QStringLiteral("Nova pasta..."), QStringLiteral("Importar...")}));
+    QCOMPARE(contextMenuFor(QStringLiteral("Docs")),
+             QStringList({QStringLiteral("Exportar pasta..."), QStringLiteral("Renomear pasta..."),
+                          QStringLiteral("Excluir pasta vazia"), QStringLiteral("---"),
+                          QStringLiteral("Nova pasta..."), QStringLiteral("Importar...")}));
     QCOMPARE(contextMenuFor(QString()),
              QStringList({QStringLiteral("Nova pasta..."), QStringLiteral("Importar...")}));
 

@@ -355,6 +355,7 @@ void MainWindowTest::menusAndShortcuts()
         QStringLiteral("USB > Acesso ao cofre > Arquivos protegidos > Importar... [Ctrl+I]"),
         QStringLiteral("USB > Acesso ao cofre > Arquivos protegidos > Importar pasta..."),
         QStringLiteral("USB > Acesso ao cofre > Arquivos protegidos > Exportar... [Ctrl+E]"),
+        QStringLiteral("USB > Acesso ao cofre > Arquivos protegidos > Exportar pasta..."),
         QStringLiteral("USB > Acesso ao cofre > Arquivos protegidos > Abrir [Return]"),
         QStringLiteral("USB > Acesso ao cofre > Arquivos protegidos > ---"),
         QStringLiteral("USB > Acesso ao cofre > Arquivos protegidos > Renomear pasta..."),
