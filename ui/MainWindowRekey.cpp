@@ -46,6 +46,7 @@ void MainWindow::rekeyVault(QByteArray& currentPassword, QByteArray& newPassword
     progress->close();
 
     if (rekeyed) {
+        tellAboutRecovery();
         refreshDeviceList();
         updateActionStates();
         showOutcome(tr("Senha alterada e cofre recriptografado com sucesso."));
