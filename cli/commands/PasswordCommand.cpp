@@ -89,6 +89,11 @@ int PasswordCommand::rekey(const CommandContext& context, Core::VaultManager& va
         },
         &preservedPath, &damagedFiles);
     console.endProgress();
+    // What a journal did on the way in happened before the re-key.
+    const QString recovered = VaultAccess::recoveryMessage(vault.lastRecovery());
+    if (!recovered.isEmpty()) {
+        console.message(recovered);
+    }
     if (rekeyed) {
         console.message(tr("Senha alterada e cofre recriptografado com sucesso."));
         return Success;
