@@ -11,7 +11,7 @@
 #include "core/vault/VaultCompactor.h"
 #include "core/vault/VaultManager.h"
 #include "core/vault/VaultSession.h"
-#include "core/workspace/Workspace.h"
+#include "core/workspace/WorkspaceCarryOver.h"
 
 #include <QDir>
 
@@ -148,7 +148,7 @@ SecretBytes VaultRekey::newKeyFor(const QByteArray& newPassword, ContainerHeader
 
 bool VaultRekey::carryOverIdentity(const QString& workspaceRoot, const QString& oldId, const QString& newId)
 {
-    return Workspace::carryOver(workspaceRoot, oldId, newId);
+    return WorkspaceCarryOver::carryOver(workspaceRoot, oldId, newId);
 }
 
 } // namespace Velmarin::Core

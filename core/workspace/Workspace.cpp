@@ -24,12 +24,6 @@ Workspace::Problem problemOf(PrivateFolder::Problem problem)
                                                          : Workspace::Problem::Unavailable;
 }
 
-bool isWorkspaceName(const QString& name)
-{
-    static const QRegularExpression pattern(QStringLiteral("^[0-9a-f]{32}$"));
-    return pattern.match(name).hasMatch();
-}
-
 // A workspace renamed away to be removed (see dismantle).
 bool isTombstoneName(const QString& name)
 {
@@ -48,6 +42,12 @@ void removeTombstones(const PrivateFolder& root)
 }
 
 } // namespace
+
+bool Workspace::isWorkspaceName(const QString& name)
+{
+    static const QRegularExpression pattern(QStringLiteral("^[0-9a-f]{32}$"));
+    return pattern.match(name).hasMatch();
+}
 
 Workspace::Workspace(const QString& root)
     : m_root(root)
@@ -386,40 +386,6 @@ bool Workspace::removeStrayWorkspaces(const QString& root)
         }
     }
     return removed;
-}
-
-bool Workspace::carryOver(const QString& root, const QString& oldId, const QString& newId)
-{
-    if (!isWorkspaceName(oldId) || !isWorkspaceName(newId)) {
-        return false;
-    }
-    // Looking makes nothing: a root that is not there yet holds no workspace.
-    if (root.isEmpty() || !QFileInfo(root).isDir()) {
-        return true;
-    }
-    PrivateFolder::Problem problem = PrivateFolder::Problem::None;
-    const PrivateFolder folder = PrivateFolder::open(root, &problem);
-    if (!folder.isOpen()) {
-        return false;
-    }
-    const QStringList names = folder.entries();
-    if (!names.contains(oldId)) {
-        return true;
-    }
-    if (names.contains(newId)) {
-        return false;
-    }
-    // Taken like a session takes it: a session that uses the folder keeps it where it is.
-    PrivateFolder workspace = folder.child(oldId, &problem, false);
-    if (!workspace.isOpen() || !workspace.lock(LockFileName)) {
-        return false;
-    }
-    if (folder.rename(oldId, newId)) {
-        return true;
-    }
-    // Where a held folder cannot be renamed (Windows), the lock is let go first.
-    workspace.close();
-    return folder.rename(oldId, newId);
 }
 
 } // namespace Velmarin::Core

@@ -88,11 +88,8 @@ public:
     // other containers that ended without locking.
     static QStringList strayWorkspaces(const QString& root);
     static bool removeStrayWorkspaces(const QString& root);
-    // After a re-key the container's identity is newId: the workspace of its old identity oldId, with
-    // whatever copies a session left in it, takes the new name. Nothing there is nothing to do. False
-    // when it stays under oldId: a session (of a copy of the container made before) uses it, or the
-    // folders could not be renamed.
-    static bool carryOver(const QString& root, const QString& oldId, const QString& newId);
+    // Whether name is one a workspace folder has: a container's identity, 32 lower-case hex digits.
+    static bool isWorkspaceName(const QString& name);
 
 private:
     bool isChanged(const EditedFile& file) const;
