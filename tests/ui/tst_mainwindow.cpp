@@ -55,6 +55,7 @@ const QStringList AllActions = {
     QStringLiteral("Excluir pasta vazia"),
     QStringLiteral("Excluir..."),
     QStringLiteral("Compactar cofre..."),
+    QStringLiteral("Verificar cofre..."),
     QStringLiteral("Ajuda"),
     QStringLiteral("Visitar a página oficial do Velmarin"),
     QStringLiteral("Sobre o Velmarin"),
@@ -364,6 +365,7 @@ void MainWindowTest::menusAndShortcuts()
         QStringLiteral("USB > Acesso ao cofre > Arquivos protegidos > Excluir... [Del]"),
         QStringLiteral("USB > Acesso ao cofre > ---"),
         QStringLiteral("USB > Acesso ao cofre > Compactar cofre... [F6]"),
+        QStringLiteral("USB > Acesso ao cofre > Verificar cofre..."),
         QStringLiteral("Sobre > Ajuda"),
         QStringLiteral("Sobre > Visitar a página oficial do Velmarin"),
         QStringLiteral("Sobre > ---"),
@@ -401,9 +403,9 @@ void MainWindowTest::enableRules_data()
     const QStringList container =
         plus(locked, {QStringLiteral("Fazer backup..."), QStringLiteral("Alterar senha..."),
                       QStringLiteral("Desbloquear")});
-    const QStringList unlocked =
-        plus(Always, {QStringLiteral("Bloquear"), QStringLiteral("Nova pasta..."),
-                      QStringLiteral("Importar..."), QStringLiteral("Compactar cofre...")});
+    const QStringList unlocked = plus(
+        Always, {QStringLiteral("Bloquear"), QStringLiteral("Nova pasta..."), QStringLiteral("Importar..."),
+                 QStringLiteral("Compactar cofre..."), QStringLiteral("Verificar cofre...")});
     const QStringList fileActions = {QStringLiteral("Exportar..."), QStringLiteral("Abrir"),
                                      QStringLiteral("Renomear arquivo..."), QStringLiteral("Excluir...")};
     const QStringList folderActions = {QStringLiteral("Renomear pasta..."),
