@@ -8,13 +8,22 @@
 #include "core/container/ContainerFile.h"
 #include "core/container/ContainerLock.h"
 #include "core/container/ContainerProbe.h"
+#include "core/vault/RollbackRecord.h"
 
 #include <QFileInfo>
 
 namespace Velmarin::Cli {
 
+namespace {
+
+// Set to 1, a command goes on over a container that went back to an earlier state.
+const char* const AcceptEarlierStateVariable = "VELMARIN_ACCEPT_EARLIER_STATE";
+
+} // namespace
+
 VaultAccess::VaultAccess(const CommandContext& context)
     : m_context(context)
+    , m_vault(QString(), Core::RollbackRecord::defaultRoot())
 {}
 
 VaultAccess::~VaultAccess()
@@ -95,7 +104,7 @@ int VaultAccess::open(const QString& containerPath, Core::VaultManager::Access a
     }
     if (m_vault.unlock(containerPath, password.bytes(), access)) {
         tellAboutRecovery();
-        return Success;
+        return m_vault.foundEarlierState() ? handleEarlierState(access) : Success;
     }
     Console& console = m_context.console;
     const Core::Failure failure = m_vault.lastFailure();
@@ -134,6 +143,28 @@ QString VaultAccess::recoveryMessage(Core::VaultManager::Recovery outcome)
         break;
     }
     return QString();
+}
+
+int VaultAccess::handleEarlierState(Core::VaultManager::Access access)
+{
+    Console& console = m_context.console;
+    console.message(
+        tr("Este cofre voltou a um estado anterior ao que este computador viu por último: "
+           "arquivos excluídos podem ter voltado e arquivos novos podem ter sumido. Alguém pode ter "
+           "gravado no USB uma cópia antiga do container."));
+    // Reading changes nothing; a change would build on the earlier state, so it waits for consent.
+    if (access == Core::VaultManager::Access::ReadOnly) {
+        return Success;
+    }
+    if (qEnvironmentVariable(AcceptEarlierStateVariable) == QLatin1String("1")) {
+        m_vault.acceptEarlierState();
+        return Success;
+    }
+    m_vault.lock();
+    console.message(tr("Nada foi alterado. Para continuar com este estado, execute o comando de novo com a "
+                       "variável %1=1.")
+                        .arg(QLatin1String(AcceptEarlierStateVariable)));
+    return Failed;
 }
 
 void VaultAccess::tellAboutRecovery()

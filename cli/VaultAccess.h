@@ -43,6 +43,9 @@ public:
 
 private:
     void tellAboutRecovery();
+    // Warns that the container went back to a state this computer saw before; a command that would
+    // change it stops unless the user accepted that state. Success or Failed.
+    int handleEarlierState(Core::VaultManager::Access access);
 
     const CommandContext& m_context;
     Core::VaultManager m_vault;

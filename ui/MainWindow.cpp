@@ -62,7 +62,7 @@ MainWindow::MainWindow(QWidget* parent)
 
 MainWindow::MainWindow(MainWindowServices services, QWidget* parent)
     : QMainWindow(parent)
-    , m_vault(services.workspaceRoot)
+    , m_vault(services.workspaceRoot, services.stateRoot)
     , m_deviceManager(std::move(services.deviceManager))
     , m_fileDialogs(std::move(services.fileDialogs))
     , m_storage(std::move(services.storage))

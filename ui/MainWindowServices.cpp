@@ -1,5 +1,6 @@
 #include "ui/MainWindowServices.h"
 
+#include "core/vault/RollbackRecord.h"
 #include "core/workspace/Workspace.h"
 #include "ui/SystemFileDialogs.h"
 #include "ui/SystemStorageProbe.h"
@@ -16,6 +17,7 @@ MainWindowServices MainWindowServices::forSystem()
     services.urlOpener = std::make_unique<SystemUrlOpener>();
     services.sessionEvents = Platform::SessionEvents::createForSystem();
     services.workspaceRoot = Core::Workspace::defaultRoot();
+    services.stateRoot = Core::RollbackRecord::defaultRoot();
     return services;
 }
 

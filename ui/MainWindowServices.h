@@ -24,6 +24,8 @@ struct MainWindowServices
     std::unique_ptr<Platform::SessionEvents> sessionEvents;
     // The per-user folder for copies of files opened for editing; empty for none.
     QString workspaceRoot;
+    // The per-user folder where the states seen of each container are recorded; empty for none.
+    QString stateRoot;
 
     static MainWindowServices forSystem();
 };

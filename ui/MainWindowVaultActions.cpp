@@ -145,6 +145,19 @@ void MainWindow::unlockVault()
         explainUnlockFailure();
         return;
     }
+    // Asked before anything is shown or changed: the user may rather find a newer copy first.
+    if (m_vault.foundEarlierState()) {
+        if (!MessageBoxes::askYesNo(
+                this, tr("Velmarin"),
+                tr("Este cofre voltou a um estado anterior ao que este computador viu por último: arquivos "
+                   "excluídos podem ter voltado e arquivos novos podem ter sumido. Alguém pode ter gravado "
+                   "no USB uma cópia antiga do container.\n\nDeseja abrir o cofre assim mesmo?"))) {
+            m_vault.lock();
+            showOutcome(tr("O cofre não foi aberto."));
+            return;
+        }
+        m_vault.acceptEarlierState();
+    }
     resetToRoot();
     tellAboutRecovery();
     offerLeftoverEdits();

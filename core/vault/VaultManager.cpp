@@ -15,9 +15,11 @@
 
 namespace Velmarin::Core {
 
-VaultManager::VaultManager(const QString& workspaceRoot)
+VaultManager::VaultManager(const QString& workspaceRoot, const QString& stateRoot)
     : m_workspace(workspaceRoot)
-{}
+{
+    m_session.keepStatesIn(stateRoot);
+}
 
 VaultManager::~VaultManager() = default;
 
@@ -104,6 +106,7 @@ bool VaultManager::unlock(const QString& containerPath, const QByteArray& passwo
         ContainerRecovery::removeUnfinishedReplacement(containerPath);
     }
     m_session.open(containerPath, std::move(opened.masterKey), std::move(opened.index), access);
+    m_session.checkState(opened.header.encryptedIndex);
     if (access == Access::ReadOnly || !m_workspace.isEnabled()) {
         return true;
     }

@@ -42,8 +42,10 @@ public:
     using Recovery = ContainerRecovery::Outcome;
 
     // Files opened for editing go to a workspace below workspaceRoot (see Workspace::defaultRoot).
-    // Without a root the session takes no workspace and opens nothing for editing.
-    explicit VaultManager(const QString& workspaceRoot = QString());
+    // Without a root the session takes no workspace and opens nothing for editing. The states this
+    // computer saw of each container are kept below stateRoot (see RollbackRecord); without one
+    // no state is ever found earlier.
+    explicit VaultManager(const QString& workspaceRoot = QString(), const QString& stateRoot = QString());
     ~VaultManager();
     VaultManager(const VaultManager&) = delete;
     VaultManager& operator=(const VaultManager&) = delete;
@@ -60,6 +62,11 @@ public:
     // What the last unlock, recover or changePassword had to put back first (never in read-only
     // sessions, which write nothing).
     Recovery lastRecovery() const { return m_session.lastRecovery(); }
+    // Whether the last unlock found an index this computer saw before, but not the newest it saw:
+    // the container was put back to an earlier state. Nothing was changed; the caller warns the user
+    // and either locks or accepts the state.
+    bool foundEarlierState() const { return m_session.foundEarlierState(); }
+    void acceptEarlierState() { m_session.acceptEarlierState(); }
     // Finishes or undoes a change that was cut short, without a password; while locked only.
     // A header journal beside a header that reads is left (JournalLeft) unless the user asks to
     // apply it anyway (applyOverReadableHeader): it would put back the header it holds.

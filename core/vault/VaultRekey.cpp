@@ -7,6 +7,7 @@
 #include "core/container/PayloadStore.h"
 #include "core/crypto/ProcessProtection.h"
 #include "core/index/ByteCount.h"
+#include "core/vault/ContainerOpener.h"
 #include "core/vault/MasterKeyWrap.h"
 #include "core/vault/VaultCompactor.h"
 #include "core/vault/VaultManager.h"
@@ -68,22 +69,14 @@ bool VaultRekey::run(const QString& containerPath, const QByteArray& currentPass
     if (m_session.recoverContainer(containerPath) == ContainerRecovery::Outcome::Failed) {
         return m_session.fail(Failure::Reason::InterruptedChange, containerPath);
     }
-    ContainerHeader header;
-    if (!m_session.containerFile().readHeader(containerPath, header)) {
-        return m_session.failRead(containerPath);
-    }
-    if (!MasterKeyWrap::isCostBounded(header)) {
-        return m_session.fail(Failure::Reason::KeyCostTooHigh, containerPath);
+    // A header torn inside its index gets its journal's header back once the password proved it.
+    ContainerOpener::Opened opened;
+    if (!ContainerOpener(m_session).open(containerPath, currentPassword, true, opened)) {
+        return false;
     }
     const VaultCrypto& crypto = m_session.crypto();
-    const SecretBytes oldKey = MasterKeyWrap(crypto).unwrap(header, currentPassword);
-    if (oldKey.isEmpty()) {
-        return m_session.fail(Failure::Reason::WrongPassword);
-    }
-    VaultIndex index;
-    if (!IndexCipher(crypto, oldKey.view(VaultCrypto::KeySize)).decryptIndex(header, index)) {
-        return m_session.fail(Failure::Reason::Damaged);
-    }
+    const SecretBytes& oldKey = opened.masterKey;
+    const VaultIndex& index = opened.index;
     if (!checkRoom(containerPath, liveBlockBytes(index))) {
         return false;
     }
@@ -111,8 +104,11 @@ bool VaultRekey::run(const QString& containerPath, const QByteArray& currentPass
     }
     // The re-key is done whatever happens here: what stays under the old identity is still found
     // by a copy of the container made before.
-    carryOverIdentity(m_workspaceRoot, VaultSession::workspaceIdOf(crypto, oldKey.view()),
-                      VaultSession::workspaceIdOf(crypto, newKey.view()));
+    const QString oldId = VaultSession::workspaceIdOf(crypto, oldKey.view());
+    const QString newId = VaultSession::workspaceIdOf(crypto, newKey.view());
+    carryOverIdentity(m_workspaceRoot, oldId, newId);
+    // A copy from before the re-key opens only under the old identity, and is an earlier state.
+    m_session.states().carryOver(oldId, newId);
     return true;
 }
 

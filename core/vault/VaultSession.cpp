@@ -50,6 +50,8 @@ void VaultSession::close()
     }
     m_masterKey.clear();
     m_index.clear();
+    m_openedState.clear();
+    m_earlierState = false;
     m_open = false;
     m_access = Access::ReadWrite;
     m_lock.release();
@@ -118,7 +120,50 @@ bool VaultSession::saveIndex(ContainerHeader& header, const VaultIndex& newIndex
         return failWrite(m_containerPath, systemError);
     }
     m_index = newIndex;
+    rememberState(header.encryptedIndex);
     return true;
+}
+
+void VaultSession::installIndex(VaultIndex newIndex)
+{
+    m_index = std::move(newIndex);
+    ContainerHeader header;
+    if (m_containerFile.readHeader(m_containerPath, header)) {
+        rememberState(header.encryptedIndex);
+    }
+}
+
+QByteArray VaultSession::stateDigest(const QByteArray& encryptedIndex) const
+{
+    return m_crypto
+        .hmacSha256(m_masterKey.view(), QByteArrayLiteral("velmarin-index-state|") + encryptedIndex)
+        .toHex();
+}
+
+void VaultSession::checkState(const QByteArray& encryptedIndex)
+{
+    m_openedState = stateDigest(encryptedIndex);
+    m_earlierState = m_states.check(workspaceId(), m_openedState) == RollbackRecord::Verdict::Earlier;
+    if (!m_earlierState) {
+        // A record that cannot be written costs only the warning next time, never the session.
+        m_states.remember(workspaceId(), m_openedState);
+    }
+}
+
+void VaultSession::acceptEarlierState()
+{
+    if (m_open && m_earlierState) {
+        m_states.remember(workspaceId(), m_openedState);
+        m_earlierState = false;
+    }
+}
+
+void VaultSession::rememberState(const QByteArray& encryptedIndex)
+{
+    if (m_open && m_states.isEnabled()) {
+        m_states.remember(workspaceId(), stateDigest(encryptedIndex));
+        m_earlierState = false;
+    }
 }
 
 bool VaultSession::fail(Failure::Reason reason, const QString& path, const QString& systemError)

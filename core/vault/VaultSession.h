@@ -7,6 +7,7 @@
 #include "core/crypto/VaultCrypto.h"
 #include "core/index/VaultIndex.h"
 #include "core/vault/Failure.h"
+#include "core/vault/RollbackRecord.h"
 
 #include <QString>
 
@@ -70,7 +71,19 @@ public:
     // oldHeaderKept: see ContainerFile::rewriteHeader.
     bool saveIndex(ContainerHeader& header, const VaultIndex& newIndex, bool* oldHeaderKept = nullptr);
     // For a container rebuilt as a whole (compaction), whose header already holds newIndex.
-    void installIndex(VaultIndex newIndex) { m_index = std::move(newIndex); }
+    void installIndex(VaultIndex newIndex);
+
+    // Where this computer records the states it saw of each container (see RollbackRecord).
+    void keepStatesIn(const QString& root) { m_states = RollbackRecord(root); }
+    const RollbackRecord& states() const { return m_states; }
+    // Compares the index just opened, sealed as encryptedIndex, with the states this computer saw of
+    // the container, and records it unless it is an earlier one, which waits for acceptEarlierState.
+    void checkState(const QByteArray& encryptedIndex);
+    bool foundEarlierState() const { return m_earlierState; }
+    // The user chose to go on with the earlier state: it becomes the newest this computer saw.
+    void acceptEarlierState();
+    // Records an index this session sealed into the container as the newest state.
+    void rememberState(const QByteArray& encryptedIndex);
 
     // Finishes or undoes a change cut short beside containerPath, for a caller that holds the
     // container's lock or knows there is no container. What was put back is kept for lastRecovery.
@@ -109,6 +122,9 @@ public:
     void forgetRecovery() { m_recovery = ContainerRecovery::Outcome::Nothing; }
 
 private:
+    // Keyed by the master key, so the record ties nothing to a drive for whoever lacks the key.
+    QByteArray stateDigest(const QByteArray& encryptedIndex) const;
+
     VaultCrypto m_crypto;
     ContainerFile m_containerFile;
     // Held from unlock to lock, so no other session writes the same container.
@@ -116,6 +132,9 @@ private:
     bool m_open = false;
     Access m_access = Access::ReadWrite;
     ContainerRecovery::Outcome m_recovery = ContainerRecovery::Outcome::Nothing;
+    RollbackRecord m_states;
+    QByteArray m_openedState;
+    bool m_earlierState = false;
     Failure m_failure;
     QString m_containerPath;
     SecretBytes m_masterKey;

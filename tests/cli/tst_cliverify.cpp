@@ -41,6 +41,7 @@ private Q_SLOTS:
     void compactOfAWrongPasswordChangesNothing();
     void recoverUndoesAnInterruptedChange();
     void aForgedJournalIsLeftAndTold();
+    void anEarlierStateIsToldAndChangesWaitForConsent();
 
 private:
     QString path(const QString& name) const { return m_dir->filePath(name); }
@@ -362,6 +363,42 @@ void TestCliVerify::aForgedJournalIsLeftAndTold()
 
     QCOMPARE(run(QStringLiteral("recover"), {QStringLiteral("--force")}).exitCode, 0);
     QVERIFY(!QFile::exists(journal));
+}
+
+void TestCliVerify::anEarlierStateIsToldAndChangesWaitForConsent()
+{
+    QCOMPARE(run(QStringLiteral("ls")).exitCode, 0);
+    const QByteArray seen = TestFiles::read(m_container);
+    QCOMPARE(run(QStringLiteral("mkdir"), {QStringLiteral("Nova")}).exitCode, 0);
+    // The copy from before the new folder, written back over the container.
+    QVERIFY(TestFiles::write(m_container, seen));
+    const QString warning = QStringLiteral(
+        "Este cofre voltou a um estado anterior ao que este computador viu por último: arquivos excluídos "
+        "podem ter voltado e arquivos novos podem ter sumido. Alguém pode ter gravado no USB uma cópia "
+        "antiga do container.");
+
+    // Reading changes nothing: told, and done.
+    const CliResult listed = run(QStringLiteral("ls"));
+    QCOMPARE(listed.exitCode, 0);
+    QCOMPARE(listed.errorLines(), QStringList({warning}));
+
+    const CliResult refused = run(QStringLiteral("mkdir"), {QStringLiteral("Outra")});
+    QCOMPARE(refused.exitCode, 1);
+    QCOMPARE(
+        refused.errorLines(),
+        QStringList({warning, QStringLiteral("Nada foi alterado. Para continuar com este estado, execute o "
+                                             "comando de novo com a variável "
+                                             "VELMARIN_ACCEPT_EARLIER_STATE=1.")}));
+    QCOMPARE(TestFiles::read(m_container), seen);
+
+    m_cli->setVariable(QStringLiteral("VELMARIN_ACCEPT_EARLIER_STATE"), QStringLiteral("1"));
+    const CliResult accepted = run(QStringLiteral("mkdir"), {QStringLiteral("Outra")});
+    QCOMPARE(accepted.exitCode, 0);
+    QVERIFY(accepted.errorLines().contains(warning));
+    m_cli->unsetVariable(QStringLiteral("VELMARIN_ACCEPT_EARLIER_STATE"));
+    const CliResult after = run(QStringLiteral("ls"));
+    QCOMPARE(after.exitCode, 0);
+    QVERIFY(!after.errorLines().contains(warning));
 }
 
 QTEST_GUILESS_MAIN(TestCliVerify)

@@ -33,9 +33,14 @@ CliRunner::CliRunner(const QString& program, const QString& workingDirectory)
     : m_program(program)
     , m_workingDirectory(workingDirectory)
     , m_environment(QProcessEnvironment::systemEnvironment())
+    , m_userData(std::make_shared<QTemporaryDir>())
 {
     m_environment.remove(QStringLiteral("VELMARIN_PASSWORD"));
     m_environment.remove(QStringLiteral("VELMARIN_NEW_PASSWORD"));
+    m_environment.remove(QStringLiteral("VELMARIN_ACCEPT_EARLIER_STATE"));
+    // The states this computer saw of each container stay with the runner, out of the user's folder
+    // and out of the working folder a test may import whole.
+    m_environment.insert(QStringLiteral("XDG_DATA_HOME"), m_userData->path());
     // Sizes and dates follow the user's locale; the tests read them in Brazilian Portuguese.
     m_environment.remove(QStringLiteral("LC_ALL"));
     m_environment.insert(QStringLiteral("LANG"), QStringLiteral("pt_BR.UTF-8"));

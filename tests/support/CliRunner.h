@@ -4,6 +4,7 @@
 #include <QProcessEnvironment>
 #include <QString>
 #include <QStringList>
+#include <QTemporaryDir>
 
 #include <memory>
 
@@ -43,6 +44,8 @@ private:
     QString m_program;
     QString m_workingDirectory;
     QProcessEnvironment m_environment;
+    // Shared by copies of the runner, which stand for the same user.
+    std::shared_ptr<QTemporaryDir> m_userData;
 };
 
 } // namespace Velmarin::Tests

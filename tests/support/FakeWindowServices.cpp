@@ -44,7 +44,8 @@ QString FakeFileDialogs::existingDirectory(QWidget*, const QString& caption, con
     return next(folderAnswers);
 }
 
-FakeWindowServices::FakeWindowServices(bool withDeviceManager, const QString& workspaceRoot)
+FakeWindowServices::FakeWindowServices(bool withDeviceManager, const QString& workspaceRoot,
+                                       const QString& stateRoot)
 {
     if (withDeviceManager) {
         auto deviceManager = std::make_unique<FakeDeviceManager>();
@@ -61,6 +62,7 @@ FakeWindowServices::FakeWindowServices(bool withDeviceManager, const QString& wo
     urls = opener.get();
     m_services.urlOpener = std::move(opener);
     m_services.workspaceRoot = workspaceRoot;
+    m_services.stateRoot = stateRoot;
 }
 
 UI::MainWindowServices FakeWindowServices::take()

@@ -80,7 +80,8 @@ public:
 // Services for a window under test, with the fakes still reachable after the window took them.
 struct FakeWindowServices
 {
-    explicit FakeWindowServices(bool withDeviceManager = true, const QString& workspaceRoot = QString());
+    explicit FakeWindowServices(bool withDeviceManager = true, const QString& workspaceRoot = QString(),
+                                const QString& stateRoot = QString());
     UI::MainWindowServices take();
 
     FakeDeviceManager* devices = nullptr;

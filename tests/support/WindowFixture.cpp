@@ -55,7 +55,8 @@ bool WindowFixture::setUp(const QStringList& folders, const QList<Entry>& files,
             return false;
         }
     }
-    m_fakes = std::make_unique<FakeWindowServices>(withDeviceManager, path(QStringLiteral("workspaces")));
+    m_fakes = std::make_unique<FakeWindowServices>(withDeviceManager, path(QStringLiteral("workspaces")),
+                                                   path(QStringLiteral("states")));
     m_driver = std::make_unique<DialogDriver>();
     UI::MainWindowServices services = m_fakes->take();
     services.sessionEvents = std::move(m_sessionEvents);

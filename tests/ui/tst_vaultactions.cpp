@@ -118,6 +118,7 @@ private Q_SLOTS:
     void compactFailureNamesThePreservedContainer();
     void unlockTellsThatAnInterruptedChangeWasUndone();
     void unlockLeavesAForgedJournalAndSaysSo();
+    void unlockAsksBeforeOpeningAnEarlierState();
     void compactFailureWithoutAPreservedContainer();
     void compactOfADamagedVaultNamesTheFilesAndChangesNothing();
     void compactNamesAtMostTenDamagedFiles();
@@ -779,6 +780,55 @@ void VaultActionsTest::unlockLeavesAForgedJournalAndSaysSo()
     QCOMPARE(m_fixture.names(), QStringList({QStringLiteral("a.txt")}));
     QCOMPARE(TestFiles::read(m_fixture.container()), today);
     QVERIFY(Core::VaultManager::hasInterruptedChange(m_fixture.container()));
+}
+
+void VaultActionsTest::unlockAsksBeforeOpeningAnEarlierState()
+{
+    setUpWithDrive({}, {{QStringLiteral("a.txt"), "a"}});
+    QVERIFY(m_fixture.unlock());
+    m_fixture.action(QStringLiteral("Bloquear"))->trigger();
+    const QByteArray seen = TestFiles::read(m_fixture.container());
+    {
+        // A later change on this computer, then the copy from before it written back over it.
+        Core::VaultManager here(QString(), m_fixture.path(QStringLiteral("states")));
+        QVERIFY(here.unlock(m_fixture.container(), TestFiles::password()));
+        QVERIFY(here.createFolder(QStringLiteral("Nova")));
+        QVERIFY(here.lock());
+    }
+    QVERIFY(TestFiles::write(m_fixture.container(), seen));
+
+    const QString question = QStringLiteral(
+        "Este cofre voltou a um estado anterior ao que este computador viu por último: arquivos excluídos "
+        "podem ter voltado e arquivos novos podem ter sumido. Alguém pode ter gravado no USB uma cópia "
+        "antiga do container.\n\nDeseja abrir o cofre assim mesmo?");
+    MessageRecord declined;
+    m_fixture.driver().expectInput(QString::fromUtf8(TestFiles::password()));
+    m_fixture.driver().expectMessage(QStringLiteral("Não"), &declined);
+    m_fixture.action(QStringLiteral("Desbloquear"))->trigger();
+    QVERIFY(m_fixture.driver().allHandled());
+    QCOMPARE(declined.title, QStringLiteral("Velmarin"));
+    QCOMPARE(declined.text, question);
+    QCOMPARE(declined.icon, QMessageBox::Question);
+    QCOMPARE(declined.buttons, QStringList({QStringLiteral("Sim"), QStringLiteral("Não")}));
+    QCOMPARE(declined.defaultButton, QStringLiteral("Não"));
+    QVERIFY(!m_fixture.window().isVaultUnlocked());
+    QVERIFY(!Core::VaultManager::isInUse(m_fixture.container()));
+    QCOMPARE(statusMessage(), QStringLiteral("O cofre não foi aberto."));
+    QCOMPARE(TestFiles::read(m_fixture.container()), seen);
+
+    MessageRecord accepted;
+    m_fixture.driver().expectInput(QString::fromUtf8(TestFiles::password()));
+    m_fixture.driver().expectMessage(QStringLiteral("Sim"), &accepted);
+    m_fixture.action(QStringLiteral("Desbloquear"))->trigger();
+    QVERIFY(m_fixture.driver().allHandled());
+    QCOMPARE(accepted.text, question);
+    QVERIFY(m_fixture.window().isVaultUnlocked());
+    QCOMPARE(m_fixture.names(), QStringList({QStringLiteral("a.txt")}));
+    m_fixture.action(QStringLiteral("Bloquear"))->trigger();
+
+    // Accepted once, the state is the newest this computer saw: no question again.
+    QVERIFY(m_fixture.unlock());
+    QVERIFY(m_fixture.driver().unexpected().isEmpty());
 }
 
 void VaultActionsTest::compactFailureWithoutAPreservedContainer()
