@@ -145,6 +145,8 @@ bool CrashHarness::resetDrive() const
 {
     QDir(drive()).removeRecursively();
     QDir(path(QStringLiteral("tmp"))).removeRecursively();
+    // Each run starts on a computer that never saw the vault, so a run's states are no earlier ones.
+    QDir(path(QStringLiteral("dados"))).removeRecursively();
     return QDir().mkpath(drive()) && QDir().mkpath(path(QStringLiteral("tmp"))) &&
            QFile::copy(base(), container());
 }
@@ -155,6 +157,8 @@ QProcessEnvironment CrashHarness::environment(const QByteArray& password) const
     environment.insert(QStringLiteral("VELMARIN_PASSWORD"), QString::fromUtf8(password));
     environment.insert(QStringLiteral("VELMARIN_NEW_PASSWORD"), QString::fromUtf8(NewPassword));
     environment.insert(QStringLiteral("TMPDIR"), path(QStringLiteral("tmp")));
+    environment.insert(QStringLiteral("XDG_DATA_HOME"), path(QStringLiteral("dados")));
+    environment.remove(QStringLiteral("VELMARIN_ACCEPT_EARLIER_STATE"));
     return environment;
 }
 
