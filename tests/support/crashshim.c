@@ -306,6 +306,42 @@ int openat64(int dirfd, const char* path, int flags, ...)
     OPEN_BODY("openat64", real(dirfd, path, flags, mode));
 }
 
+/* What a fortified build calls for open(path, flags) when flags are not known at compile time. */
+typedef int (*Open2Fn)(const char*, int);
+typedef int (*OpenAt2Fn)(int, const char*, int);
+
+#define OPEN2_BODY(call)                                                                                     \
+    if ((flags & O_TRUNC) && watches(path)) {                                                                \
+        remember(path, 0, (size_t)-1);                                                                       \
+    }                                                                                                        \
+    int fd = call;                                                                                           \
+    track(fd, path);                                                                                         \
+    return fd
+
+int __open_2(const char* path, int flags)
+{
+    REAL("__open_2", Open2Fn);
+    OPEN2_BODY(real(path, flags));
+}
+
+int __open64_2(const char* path, int flags)
+{
+    REAL("__open64_2", Open2Fn);
+    OPEN2_BODY(real(path, flags));
+}
+
+int __openat_2(int dirfd, const char* path, int flags)
+{
+    REAL("__openat_2", OpenAt2Fn);
+    OPEN2_BODY(real(dirfd, path, flags));
+}
+
+int __openat64_2(int dirfd, const char* path, int flags)
+{
+    REAL("__openat64_2", OpenAt2Fn);
+    OPEN2_BODY(real(dirfd, path, flags));
+}
+
 int close(int fd)
 {
     REAL("close", FdFn);
