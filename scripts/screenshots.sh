@@ -10,6 +10,8 @@
 #   7-confirmacao.png     a confirmation box (deleting a file)
 #   8-mover.png           the move dialog
 #   9-alterar-senha.png   the change-password dialog
+#   10-importar-pasta.png the "Arquivos protegidos" submenu with "Importar pasta..." highlighted
+#   11-soltando-pasta.png a folder dropped from another program, its import under way
 # Needs xvfb, xdotool and imagemagick; builds the program first.
 set -euo pipefail
 
@@ -33,6 +35,13 @@ password="senha-de-demonstracao"
 "$build/scripts/demo/velmarin-demo-vault" "$work/velmarin.vltx" "$password"
 # Large enough for the import progress dialog to stay up for a screenshot.
 head -c 600M /dev/urandom >"$work/video-das-ferias.mp4"
+# The folder dropped on the window: photos, a note and the same video, linked to save the room.
+mkdir -p "$work/Viagem ao Nordeste/Fotos" "$work/Viagem ao Nordeste/Vídeos"
+for number in $(seq 1001 1040); do
+    head -c 200K /dev/urandom >"$work/Viagem ao Nordeste/Fotos/IMG_$number.jpg"
+done
+echo "Recife, Olinda, Porto de Galinhas" >"$work/Viagem ao Nordeste/roteiro.txt"
+ln "$work/video-das-ferias.mp4" "$work/Viagem ao Nordeste/Vídeos/praia.mp4"
 
 cat >"$work/session.sh" <<SESSION
 #!/usr/bin/env bash
@@ -114,6 +123,47 @@ xdotool key Down Down Down Return
 shot 8-mover.png
 xdotool key Escape
 sleep 0.5
+
+# USB > Acesso ao cofre > Arquivos protegidos, from the keyboard, down to "Importar pasta...".
+xdotool windowfocus --sync "\$window"
+xdotool mousemove --window "\$window" 82 10 click 1
+sleep 0.8
+xdotool key Down Down Down Right
+sleep 0.5
+xdotool key Down Right
+sleep 0.5
+xdotool key Down Down
+shot 10-importar-pasta.png
+xdotool key Escape Escape Escape Escape
+sleep 0.5
+
+# A folder dragged from another program (velmarin-demo-drag stands in for the file manager) and
+# dropped on the table's empty rows, caught while its import is under way.
+"$build/scripts/demo/velmarin-demo-drag" "$work/Viagem ao Nordeste" &
+drag=\$!
+source=""
+for _ in \$(seq 50); do
+    source=\$(xdotool search --onlyvisible --name '^Arquivos\$' 2>/dev/null | head -n1 || true)
+    [[ -n "\$source" ]] && break
+    sleep 0.2
+done
+xdotool windowmove "\$source" 930 180
+sleep 0.5
+xdotool mousemove 1090 260 mousedown 1
+sleep 0.3
+for x in 1050 1000 950 900 850 800 700 600 500 450; do
+    xdotool mousemove "\$x" 480
+    sleep 0.1
+done
+xdotool mouseup 1
+sleep 0.6
+import -window root "$out/11-soltando-pasta.png"
+for _ in \$(seq 100); do
+    xdotool search --onlyvisible --name '^Importar arquivos\$' >/dev/null 2>&1 || break
+    sleep 0.3
+done
+kill \$drag 2>/dev/null || true
+sleep 1
 
 # Lock (Ctrl+Shift+L), then Alterar senha... (Ctrl+P).
 xdotool windowfocus --sync "\$window"
