@@ -82,6 +82,20 @@ QByteArray PasswordSource::takeFromProcessEnvironment(const char* name)
 
 int PasswordSource::current(const QString& passwordFile, const QString& prompt, PasswordBytes& password)
 {
+    bool atHand = true;
+    const int code = currentIfAtHand(passwordFile, prompt, password, &atHand);
+    if (!atHand) {
+        m_console.message(
+            tr("Informe a senha com --password-file, com a variável VELMARIN_PASSWORD ou em um terminal."));
+        return UsageError;
+    }
+    return code;
+}
+
+int PasswordSource::currentIfAtHand(const QString& passwordFile, const QString& prompt,
+                                    PasswordBytes& password, bool* atHand)
+{
+    *atHand = true;
     if (!passwordFile.isEmpty()) {
         return fromFile(passwordFile, password);
     }
@@ -90,9 +104,8 @@ int PasswordSource::current(const QString& passwordFile, const QString& prompt, 
         return code;
     }
     if (!m_inputIsTerminal) {
-        m_console.message(
-            tr("Informe a senha com --password-file, com a variável VELMARIN_PASSWORD ou em um terminal."));
-        return UsageError;
+        *atHand = false;
+        return Success;
     }
     return fromTerminal(prompt, password);
 }

@@ -37,6 +37,10 @@ public:
 
     // Each returns ExitCode::Success with password filled, or the code to exit with after telling why.
     int current(const QString& passwordFile, const QString& prompt, PasswordBytes& password);
+    // The same for a password the command can do without: with no file, no variable and no
+    // terminal, atHand is false and Success comes back with nothing said.
+    int currentIfAtHand(const QString& passwordFile, const QString& prompt, PasswordBytes& password,
+                        bool* atHand);
     int fresh(const QString& passwordFile, const NewPasswordPrompts& prompts, PasswordBytes& password);
 
 private:

@@ -3,7 +3,10 @@
 #include "cli/Console.h"
 #include "cli/ExitCode.h"
 #include "cli/FailureText.h"
+#include "cli/PasswordBytes.h"
+#include "cli/PasswordSource.h"
 #include "cli/VaultAccess.h"
+#include "core/vault/RollbackRecord.h"
 #include "core/vault/VaultManager.h"
 
 #include <QCommandLineParser>
@@ -21,13 +24,16 @@ CommandInfo RecoverCommand::info() const
         tr("Enquanto uma alteração é gravada, um diário ao lado do container (o mesmo nome terminado "
            "em .journal) guarda o que é preciso para desfazê-la. Se o USB foi removido ou faltou "
            "energia no meio dela, este comando devolve o cabeçalho anterior ou copia de volta o "
-           "container compactado que ficou no computador, e remove o diário. Nenhuma senha é pedida. "
-           "Desbloquear o cofre na janela faz o mesmo.\nUm diário de cabeçalho só é aplicado sozinho quando "
-           "o cabeçalho atual está ilegível, como um corte o deixa: se o cabeçalho é legível e não é nenhum "
-           "dos dois que o diário conhece, o diário é deixado onde está, pois aplicá-lo voltaria o cofre a "
-           "um estado anterior. Use --force somente se você sabe que o diário é seu.");
+           "container compactado que ficou no computador, e remove o diário. Nenhuma senha é pedida "
+           "para isso. Desbloquear o cofre na janela faz o mesmo.\nUm diário de cabeçalho só é aplicado "
+           "sem senha quando o cabeçalho atual está ilegível, como um corte o deixa. Se o cabeçalho é "
+           "legível e não é nenhum dos dois que o diário conhece, a senha do cofre, quando disponível, "
+           "mostra se o diário é seu: se ela abre a chave do cofre mas não o índice, o corte foi no "
+           "índice e o diário é aplicado. Senão, o diário é deixado onde está, pois aplicá-lo voltaria o "
+           "cofre a um estado anterior. Use --force somente se você sabe que o diário é seu.");
     info.options = {QCommandLineOption(QStringLiteral("force"),
                                        tr("Aplica o diário de cabeçalho mesmo sobre um cabeçalho legível."))};
+    info.passwords = CommandInfo::Passwords::Current;
     return info;
 }
 
@@ -54,11 +60,7 @@ int RecoverCommand::run(const CommandContext& context)
         console.message(VaultAccess::recoveryMessage(outcome));
         return Success;
     case Core::VaultManager::Recovery::JournalLeft:
-        console.message(VaultAccess::recoveryMessage(outcome));
-        console.message(tr("Se você sabe que o diário é seu, execute \"velmarin-cli recover --force %1\" "
-                           "para aplicá-lo.")
-                            .arg(container));
-        return Failed;
+        return proveJournal(context);
     case Core::VaultManager::Recovery::Failed:
         break;
     }
@@ -72,6 +74,51 @@ int RecoverCommand::run(const CommandContext& context)
     return failure.reason == Core::Failure::Reason::InterruptedChange
                ? Failed
                : FailureText::report(console, failure, Failed);
+}
+
+int RecoverCommand::proveJournal(const CommandContext& context)
+{
+    const QString container = context.arguments.at(0);
+    Console& console = context.console;
+    const auto leave = [&] {
+        console.message(VaultAccess::recoveryMessage(Core::VaultManager::Recovery::JournalLeft));
+        console.message(tr("Se você sabe que o diário é seu, execute \"velmarin-cli recover --force %1\" "
+                           "para aplicá-lo.")
+                            .arg(container));
+        return Failed;
+    };
+    PasswordBytes password;
+    bool atHand = false;
+    const int read = context.passwords.currentIfAtHand(
+        context.passwordFile(), tr("Senha do cofre (confere se o diário ao lado do container é seu): "),
+        password, &atHand);
+    if (read != Success) {
+        return read;
+    }
+    if (!atHand) {
+        return leave();
+    }
+    // The read-write unlock applies the journal only when the password opens the key but not the index.
+    Core::VaultManager vault(QString(), Core::RollbackRecord::defaultRoot());
+    if (vault.unlock(container, password.bytes())) {
+        const bool restored = vault.lastRecovery() == Core::VaultManager::Recovery::HeaderRestored;
+        vault.lock();
+        if (!restored) {
+            return leave();
+        }
+        console.message(VaultAccess::recoveryMessage(Core::VaultManager::Recovery::HeaderRestored));
+        return Success;
+    }
+    const Core::Failure failure = vault.lastFailure();
+    if (VaultAccess::refuseIfInUse(console, container) != Success) {
+        return InUse;
+    }
+    console.message(
+        tr("Não foi possível desbloquear o cofre. Verifique a senha ou se o container foi alterado."));
+    console.message(VaultAccess::recoveryMessage(Core::VaultManager::Recovery::JournalLeft));
+    return failure.reason == Core::Failure::Reason::WrongPassword
+               ? NoAccess
+               : FailureText::report(console, failure, NoAccess);
 }
 
 } // namespace Velmarin::Cli

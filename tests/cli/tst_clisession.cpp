@@ -159,6 +159,8 @@ void TestCliSession::everyCommandHasItsOwnHelp_data()
                             << "<container> <destino>" << QStringList{QStringLiteral("--force")};
     QTest::newRow("verify") << "verify"
                             << "<container>" << QStringList{QStringLiteral("--json"), password};
+    QTest::newRow("recover") << "recover"
+                             << "<container>" << QStringList{QStringLiteral("--force"), password};
 }
 
 void TestCliSession::everyCommandHasItsOwnHelp()

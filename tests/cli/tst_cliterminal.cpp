@@ -2,6 +2,7 @@
 // progress that appears only when standard error is a terminal. A pseudo-terminal plays the user.
 #include "CliRunner.h"
 #include "TestFiles.h"
+#include "core/container/ContainerJournal.h"
 #include "core/vault/VaultManager.h"
 
 #include <QDir>
@@ -157,6 +158,7 @@ private Q_SLOTS:
     void ctrlCCancelsAndBringsTheEchoBack();
     void emptyLineIsAnEmptyPassword();
     void progressIsDrawnOnATerminal();
+    void recoverAsksForThePasswordOnlyBesideAJournalItCannotJudge();
 
 private:
     QString path(const QString& name) const { return m_dir->filePath(name); }
@@ -296,6 +298,28 @@ void TestCliTerminal::progressIsDrawnOnATerminal()
     // The engine reports the swap onto the drive without words; the tool names it.
     QVERIFY(compaction.screen().contains("\rSubstituindo container no USB: 100% ("));
     QVERIFY(compaction.screen().contains("Cofre compactado com sucesso."));
+}
+
+void TestCliTerminal::recoverAsksForThePasswordOnlyBesideAJournalItCannotJudge()
+{
+    // Nothing cut short: nothing to ask.
+    TerminalSession nothing;
+    QVERIFY(nothing.start({QStringLiteral("recover"), m_container}, environment(), m_dir->path()));
+    QCOMPARE(nothing.finish(), 0);
+    QVERIFY(nothing.screen().contains("Nada a restaurar"));
+    QVERIFY(!nothing.screen().contains("Senha"));
+
+    // A journal beside a header that reads: only the password can tell whether it is the user's.
+    QVERIFY(Velmarin::Core::ContainerJournal::forHeaderChange("00000000000000000002\n{}", "forjado")
+                .write(m_container));
+    TerminalSession terminal;
+    QVERIFY(terminal.start({QStringLiteral("recover"), m_container}, environment(), m_dir->path()));
+    QVERIFY(terminal.waitFor("Senha do cofre (confere se o diário ao lado do container é seu): "));
+    QVERIFY(!terminal.echoIsOn());
+    terminal.type(TestFiles::password() + '\r');
+    QCOMPARE(terminal.finish(), 1);
+    QVERIFY(terminal.screen().contains("não corresponde a ele"));
+    QVERIFY(QFile::exists(m_container + QStringLiteral(".journal")));
 }
 
 QTEST_GUILESS_MAIN(TestCliTerminal)
