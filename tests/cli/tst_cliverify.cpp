@@ -1,8 +1,6 @@
 // velmarin-cli verify and compact: what a check reports on a sound, a damaged and a compacted vault.
 #include "CliRunner.h"
 #include "TestFiles.h"
-#include "core/container/ContainerFile.h"
-#include "core/container/ContainerJournal.h"
 
 #include <QDir>
 #include <QDirIterator>
@@ -39,9 +37,6 @@ private Q_SLOTS:
     void deletedFilesAreDeadBytesUntilCompaction();
     void compactOfADamagedVaultNamesTheFilesAndChangesNothing();
     void compactOfAWrongPasswordChangesNothing();
-    void recoverUndoesAnInterruptedChange();
-    void aForgedJournalIsLeftAndTold();
-    void anEarlierStateIsToldAndChangesWaitForConsent();
 
 private:
     QString path(const QString& name) const { return m_dir->filePath(name); }
@@ -275,130 +270,6 @@ void TestCliVerify::compactOfAWrongPasswordChangesNothing()
                                             "senha ou se o container foi alterado.")});
     }
     QCOMPARE(TestFiles::read(m_container), before);
-}
-
-void TestCliVerify::recoverUndoesAnInterruptedChange()
-{
-    QVERIFY(TestFiles::write(path(QStringLiteral("a.txt")), "conteúdo"));
-    QCOMPARE(run(QStringLiteral("import"), {path(QStringLiteral("a.txt")), QStringLiteral("a.txt")}).exitCode,
-             0);
-    const Velmarin::Core::ContainerFile file;
-    QByteArray oldHeader;
-    QVERIFY(file.readHeaderBytes(m_container, oldHeader));
-    const QByteArray before = TestFiles::read(m_container);
-    QCOMPARE(run(QStringLiteral("mkdir"), {QStringLiteral("Nova")}).exitCode, 0);
-    QByteArray newHeader;
-    QVERIFY(file.readHeaderBytes(m_container, newHeader));
-    // The new header was cut off half-way; the journal of the change is still beside it.
-    QVERIFY(Velmarin::Core::ContainerJournal::forHeaderChange(oldHeader, newHeader).write(m_container));
-    {
-        QFile container(m_container);
-        QVERIFY(container.open(QIODevice::ReadWrite) && container.seek(7 + 21 + 100));
-        QCOMPARE(container.write(QByteArray(4, '\0')), qint64(4));
-    }
-
-    const CliResult listed = run(QStringLiteral("ls"));
-    QCOMPARE(listed.exitCode, 1);
-    QCOMPARE(listed.errorLines(),
-             QStringList({QStringLiteral("Uma alteração no cofre foi interrompida antes de terminar. Execute "
-                                         "\"velmarin-cli recover %1\" para restaurá-lo.")
-                              .arg(m_container)}));
-
-    const CliResult recovered = run(QStringLiteral("recover"));
-    QCOMPARE(recovered.exitCode, 0);
-    QCOMPARE(recovered.errorLines(),
-             QStringList({QStringLiteral("A última alteração no cofre foi interrompida e "
-                                         "foi desfeita. O cofre voltou ao estado anterior "
-                                         "a ela.")}));
-    QCOMPARE(TestFiles::read(m_container), before);
-    QVERIFY(!QFile::exists(m_container + QStringLiteral(".journal")));
-    const QStringList lines = run(QStringLiteral("ls")).outputLines();
-    QCOMPARE(lines.size(), 1);
-    QVERIFY(lines.at(0).endsWith(QLatin1String(" a.txt")));
-    QCOMPARE(run(QStringLiteral("verify")).exitCode, 0);
-
-    const CliResult again = run(QStringLiteral("recover"));
-    QCOMPARE(again.exitCode, 0);
-    QCOMPARE(again.errorLines(),
-             QStringList({QStringLiteral("Nada a restaurar: nenhuma alteração foi interrompida.")}));
-    const CliResult missing = m_cli->run({QStringLiteral("recover"), path(QStringLiteral("outro.vltx"))});
-    QCOMPARE(missing.exitCode, 1);
-    QCOMPARE(missing.errorLines(),
-             QStringList({QStringLiteral("O arquivo do container não foi encontrado.")}));
-}
-
-void TestCliVerify::aForgedJournalIsLeftAndTold()
-{
-    QVERIFY(TestFiles::write(path(QStringLiteral("a.txt")), "conteúdo"));
-    QCOMPARE(run(QStringLiteral("import"), {path(QStringLiteral("a.txt")), QStringLiteral("a.txt")}).exitCode,
-             0);
-    const Velmarin::Core::ContainerFile file;
-    QByteArray earlier;
-    QVERIFY(file.readHeaderBytes(m_container, earlier));
-    QCOMPARE(run(QStringLiteral("rm"), {QStringLiteral("a.txt")}).exitCode, 0);
-    // Someone puts the header from before the deletion beside today's, as a change never made.
-    const QString journal = m_container + QStringLiteral(".journal");
-    QVERIFY(Velmarin::Core::ContainerJournal::forHeaderChange(earlier, "forjado").write(m_container));
-    const QByteArray today = TestFiles::read(m_container);
-    const QByteArray forged = TestFiles::read(journal);
-    const QString left =
-        QStringLiteral("Há ao lado do container um diário de alteração que não corresponde a "
-                       "ele. Ele não foi aplicado e foi deixado onde está: nada foi alterado "
-                       "no container.");
-
-    const CliResult recovered = run(QStringLiteral("recover"));
-    QCOMPARE(recovered.exitCode, 1);
-    QCOMPARE(recovered.errorLines(),
-             QStringList({left, QStringLiteral("Se você sabe que o diário é seu, execute \"velmarin-cli "
-                                               "recover --force %1\" para aplicá-lo.")
-                                    .arg(m_container)}));
-    QCOMPARE(TestFiles::read(m_container), today);
-    QCOMPARE(TestFiles::read(journal), forged);
-
-    // A command that unlocks for changes says so too, and goes on over today's vault.
-    const CliResult made = run(QStringLiteral("mkdir"), {QStringLiteral("Nova")});
-    QCOMPARE(made.exitCode, 0);
-    QVERIFY(made.errorLines().contains(left));
-    QVERIFY(!run(QStringLiteral("ls")).output.contains("a.txt"));
-
-    QCOMPARE(run(QStringLiteral("recover"), {QStringLiteral("--force")}).exitCode, 0);
-    QVERIFY(!QFile::exists(journal));
-}
-
-void TestCliVerify::anEarlierStateIsToldAndChangesWaitForConsent()
-{
-    QCOMPARE(run(QStringLiteral("ls")).exitCode, 0);
-    const QByteArray seen = TestFiles::read(m_container);
-    QCOMPARE(run(QStringLiteral("mkdir"), {QStringLiteral("Nova")}).exitCode, 0);
-    // The copy from before the new folder, written back over the container.
-    QVERIFY(TestFiles::write(m_container, seen));
-    const QString warning = QStringLiteral(
-        "Este cofre voltou a um estado anterior ao que este computador viu por último: arquivos excluídos "
-        "podem ter voltado e arquivos novos podem ter sumido. Alguém pode ter gravado no USB uma cópia "
-        "antiga do container.");
-
-    // Reading changes nothing: told, and done.
-    const CliResult listed = run(QStringLiteral("ls"));
-    QCOMPARE(listed.exitCode, 0);
-    QCOMPARE(listed.errorLines(), QStringList({warning}));
-
-    const CliResult refused = run(QStringLiteral("mkdir"), {QStringLiteral("Outra")});
-    QCOMPARE(refused.exitCode, 1);
-    QCOMPARE(
-        refused.errorLines(),
-        QStringList({warning, QStringLiteral("Nada foi alterado. Para continuar com este estado, execute o "
-                                             "comando de novo com a variável "
-                                             "VELMARIN_ACCEPT_EARLIER_STATE=1.")}));
-    QCOMPARE(TestFiles::read(m_container), seen);
-
-    m_cli->setVariable(QStringLiteral("VELMARIN_ACCEPT_EARLIER_STATE"), QStringLiteral("1"));
-    const CliResult accepted = run(QStringLiteral("mkdir"), {QStringLiteral("Outra")});
-    QCOMPARE(accepted.exitCode, 0);
-    QVERIFY(accepted.errorLines().contains(warning));
-    m_cli->unsetVariable(QStringLiteral("VELMARIN_ACCEPT_EARLIER_STATE"));
-    const CliResult after = run(QStringLiteral("ls"));
-    QCOMPARE(after.exitCode, 0);
-    QVERIFY(!after.errorLines().contains(warning));
 }
 
 QTEST_GUILESS_MAIN(TestCliVerify)
