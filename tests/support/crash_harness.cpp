@@ -3,8 +3,8 @@
 // a write, killed with every write that no sync covered undone, the same but for the newest such
 // write, and the same after a torn write; and once with the unsynced writes undone right after the
 // command reported success, when only the state after may remain. It checks after each cut that the vault
-// opens (after velmarin-cli recover, or the read-write unlock with the password when recover has to
-// leave the journal) with either the state from before the operation or the state after it
+// opens (after velmarin-cli recover, given the password when only the password can tell the journal
+// is ours) with either the state from before the operation or the state after it
 // (or, for a batch with checkpoints, the state one of its checkpoints wrote), that every file exports byte
 // for byte, that velmarin-cli verify passes, and that nothing but the container is left on the drive.
 //
@@ -52,7 +52,7 @@ struct Outcome
 {
     int tried = 0;
     int survived = 0;
-    // Cuts whose journal only the read-write unlock with the password could apply.
+    // Cuts whose journal only recover given the password could apply.
     int byPassword = 0;
 };
 
@@ -99,8 +99,6 @@ private:
     bool runCut(const Scenario& scenario, const QString& mode, long at, int* exitCode) const;
     bool runCli(const QStringList& arguments, const QByteArray& password) const;
     bool stateOf(VaultState& state) const;
-    // What the next read-write unlock does with a journal recover left: true when it was applied.
-    bool unlockAppliesJournal() const;
     Outcome runScenario(const Scenario& scenario);
     // Everything a user relies on after a cut; a reason when it does not hold. byPassword tells
     // whether the journal waited for the password.
@@ -161,7 +159,11 @@ bool CrashHarness::resetDrive() const
 QProcessEnvironment CrashHarness::environment(const QByteArray& password) const
 {
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    environment.insert(QStringLiteral("VELMARIN_PASSWORD"), QString::fromUtf8(password));
+    if (password.isEmpty()) {
+        environment.remove(QStringLiteral("VELMARIN_PASSWORD"));
+    } else {
+        environment.insert(QStringLiteral("VELMARIN_PASSWORD"), QString::fromUtf8(password));
+    }
     environment.insert(QStringLiteral("VELMARIN_NEW_PASSWORD"), QString::fromUtf8(NewPassword));
     environment.insert(QStringLiteral("TMPDIR"), path(QStringLiteral("tmp")));
     environment.insert(QStringLiteral("XDG_DATA_HOME"), path(QStringLiteral("dados")));
@@ -218,29 +220,18 @@ bool CrashHarness::stateOf(VaultState& state) const
     return VaultState::read(container(), {OldPassword, NewPassword}, state);
 }
 
-bool CrashHarness::unlockAppliesJournal() const
-{
-    if (!VaultManager::hasInterruptedChange(container())) {
-        return false;
-    }
-    for (const QByteArray& password : {OldPassword, NewPassword}) {
-        VaultManager vault;
-        if (vault.unlock(container(), password)) {
-            return vault.lastRecovery() == VaultManager::Recovery::HeaderRestored && vault.lock();
-        }
-    }
-    return false;
-}
-
 QString CrashHarness::checkAfterCut(const VaultState& before, const VaultState& after,
                                     const Scenario& scenario, bool* byPassword) const
 {
     *byPassword = false;
     // Half of a header the same length as the one before reads, key wrapping whole and index half
     // old, half new. Without the password nothing tells it from a header someone wrote there, so
-    // recover leaves the journal; the unlock that proves the password, as the window's, applies it.
-    if (!runCli({QStringLiteral("recover"), container()}, {})) {
-        if (!unlockAppliesJournal()) {
+    // recover leaves the journal; given the password, which opens the key but not the index, it
+    // applies it, as the window's unlock does.
+    const QStringList recover = {QStringLiteral("recover"), container()};
+    if (!runCli(recover, {})) {
+        if (!VaultManager::hasInterruptedChange(container()) ||
+            (!runCli(recover, OldPassword) && !runCli(recover, NewPassword))) {
             return QStringLiteral("recover falhou");
         }
         *byPassword = true;
@@ -333,7 +324,7 @@ Outcome CrashHarness::runScenario(const Scenario& scenario)
                  .arg(writes)
                  .arg(outcome.survived);
     if (outcome.byPassword > 0) {
-        m_out << QStringLiteral("  %1 deles com o diário aplicado só pelo desbloqueio com a senha\n")
+        m_out << QStringLiteral("  %1 deles com o diário aplicado só pelo recover com a senha\n")
                      .arg(outcome.byPassword);
     }
     m_out.flush();
