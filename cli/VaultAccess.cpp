@@ -145,13 +145,17 @@ QString VaultAccess::recoveryMessage(Core::VaultManager::Recovery outcome)
     return QString();
 }
 
+QString VaultAccess::earlierStateMessage()
+{
+    return tr("Este cofre voltou a um estado anterior ao que este computador viu por último: "
+              "arquivos excluídos podem ter voltado e arquivos novos podem ter sumido. Alguém pode ter "
+              "gravado no USB uma cópia antiga do container.");
+}
+
 int VaultAccess::handleEarlierState(Core::VaultManager::Access access)
 {
     Console& console = m_context.console;
-    console.message(
-        tr("Este cofre voltou a um estado anterior ao que este computador viu por último: "
-           "arquivos excluídos podem ter voltado e arquivos novos podem ter sumido. Alguém pode ter "
-           "gravado no USB uma cópia antiga do container."));
+    console.message(earlierStateMessage());
     // Reading changes nothing; a change would build on the earlier state, so it waits for consent.
     if (access == Core::VaultManager::Access::ReadOnly) {
         return Success;

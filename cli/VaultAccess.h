@@ -40,6 +40,8 @@ public:
     static int adviseRecovery(Console& console, const QString& containerPath);
     // What a recovery put back or left alone, for the user; empty when there is nothing to tell.
     static QString recoveryMessage(Core::VaultManager::Recovery outcome);
+    // The warning for a container put back to a state before the newest this computer saw.
+    static QString earlierStateMessage();
 
 private:
     void tellAboutRecovery();

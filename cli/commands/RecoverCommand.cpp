@@ -28,7 +28,7 @@ CommandInfo RecoverCommand::info() const
            "para isso. Desbloquear o cofre na janela faz o mesmo.\nUm diário de cabeçalho só é aplicado "
            "sem senha quando o cabeçalho atual está ilegível, como um corte o deixa. Se o cabeçalho é "
            "legível e não é nenhum dos dois que o diário conhece, a senha do cofre, quando disponível, "
-           "mostra se o diário é seu: se ela abre a chave do cofre mas não o índice, o corte foi no "
+           "mostra onde foi o corte: se ela abre a chave do cofre mas não o índice, o corte foi no "
            "índice e o diário é aplicado. Senão, o diário é deixado onde está, pois aplicá-lo voltaria o "
            "cofre a um estado anterior. Use --force somente se você sabe que o diário é seu.");
     info.options = {QCommandLineOption(QStringLiteral("force"),
@@ -90,7 +90,7 @@ int RecoverCommand::proveJournal(const CommandContext& context)
     PasswordBytes password;
     bool atHand = false;
     const int read = context.passwords.currentIfAtHand(
-        context.passwordFile(), tr("Senha do cofre (confere se o diário ao lado do container é seu): "),
+        context.passwordFile(), tr("Senha do cofre (para conferir o diário ao lado do container): "),
         password, &atHand);
     if (read != Success) {
         return read;
@@ -98,24 +98,37 @@ int RecoverCommand::proveJournal(const CommandContext& context)
     if (!atHand) {
         return leave();
     }
-    // The read-write unlock applies the journal only when the password opens the key but not the index.
+    // The read-write unlock applies the journal only when the password opens this vault's key but
+    // not the index, as a cut leaves it.
     Core::VaultManager vault(QString(), Core::RollbackRecord::defaultRoot());
-    if (vault.unlock(container, password.bytes())) {
-        const bool restored = vault.lastRecovery() == Core::VaultManager::Recovery::HeaderRestored;
-        vault.lock();
-        if (!restored) {
-            return leave();
-        }
+    const bool unlocked = vault.unlock(container, password.bytes());
+    const bool restored = vault.lastRecovery() == Core::VaultManager::Recovery::HeaderRestored;
+    const bool earlier = unlocked && vault.foundEarlierState();
+    const Core::Failure failure = vault.lastFailure();
+    vault.lock();
+    if (unlocked && !restored) {
+        return leave();
+    }
+    if (restored) {
         console.message(VaultAccess::recoveryMessage(Core::VaultManager::Recovery::HeaderRestored));
+    }
+    if (earlier) {
+        // Undone all the same; what comes next waits for the user's consent, as every command's does.
+        console.message(VaultAccess::earlierStateMessage());
+        return Failed;
+    }
+    if (unlocked) {
         return Success;
     }
-    const Core::Failure failure = vault.lastFailure();
-    if (VaultAccess::refuseIfInUse(console, container) != Success) {
+    if (failure.reason == Core::Failure::Reason::InUse) {
+        console.message(FailureText::sentence(failure.reason, container));
         return InUse;
     }
     console.message(
         tr("Não foi possível desbloquear o cofre. Verifique a senha ou se o container foi alterado."));
-    console.message(VaultAccess::recoveryMessage(Core::VaultManager::Recovery::JournalLeft));
+    if (!restored) {
+        console.message(VaultAccess::recoveryMessage(Core::VaultManager::Recovery::JournalLeft));
+    }
     return failure.reason == Core::Failure::Reason::WrongPassword
                ? NoAccess
                : FailureText::report(console, failure, NoAccess);

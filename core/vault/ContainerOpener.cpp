@@ -31,8 +31,9 @@ bool ContainerOpener::open(const QString& containerPath, const QByteArray& passw
                 .decryptIndex(opened.header, opened.index)) {
             return true;
         }
-        // The master key opened, so the password was right and the index was torn or altered. Only
-        // now is a journal that was left beside a header that reads known to be the user's own.
+        // The master key opened, so the header is this vault's and its index was torn or altered, as
+        // a cut half-way through a header leaves it: only now is a journal left beside a header that
+        // reads applied. What it puts back is still checked against the states this computer saw.
         const bool journalLeft = m_session.lastRecovery() == Outcome::JournalLeft;
         if (journalApplied || !mayRecover || !journalLeft ||
             m_session.recoverContainer(containerPath, ContainerRecovery::HeaderJournals::Always) !=

@@ -14,6 +14,24 @@ using Velmarin::Tests::CliResult;
 using Velmarin::Tests::CliRunner;
 using Velmarin::Tests::TestFiles;
 
+namespace {
+
+// After the 7-byte magic: the length line, then the JSON.
+constexpr qint64 HeaderStart = 7;
+const QString LeftText =
+    QStringLiteral("Há ao lado do container um diário de alteração que não corresponde a ele. Ele não "
+                   "foi aplicado e foi deixado onde está: nada foi alterado no container.");
+const QString UndoneText = QStringLiteral(
+    "A última alteração no cofre foi interrompida e foi desfeita. O cofre voltou ao estado anterior a ela.");
+const QString UnlockFailedText =
+    QStringLiteral("Não foi possível desbloquear o cofre. Verifique a senha ou se o container foi alterado.");
+const QString EarlierText = QStringLiteral(
+    "Este cofre voltou a um estado anterior ao que este computador viu por último: arquivos excluídos podem "
+    "ter voltado e arquivos novos podem ter sumido. Alguém pode ter gravado no USB uma cópia antiga do "
+    "container.");
+
+} // namespace
+
 class TestCliRecover : public QObject
 {
     Q_OBJECT
@@ -23,11 +41,17 @@ private Q_SLOTS:
     void recoverUndoesAnInterruptedChange();
     void aForgedJournalIsLeftAndTold();
     void recoverAppliesATornIndexsJournalOnlyGivenThePassword();
+    void recoverWarnsWhenWhatItPutsBackIsAnEarlierState();
+    void aJournalAppliedButNotOpeningIsToldAsApplied();
     void anEarlierStateIsToldAndChangesWaitForConsent();
 
 private:
     QString path(const QString& name) const { return m_dir->filePath(name); }
     CliResult run(const QString& command, const QStringList& arguments = {}) const;
+    // A vault with a.txt, renamed by renamer, its new header then torn half-way beside the rename's
+    // journal; before is the container before the rename.
+    void renameTornHalfWay(const CliRunner& renamer, QByteArray& before);
+    bool overwriteHeader(const QByteArray& header) const;
 
     std::unique_ptr<QTemporaryDir> m_dir;
     std::unique_ptr<CliRunner> m_cli;
@@ -137,7 +161,7 @@ void TestCliRecover::aForgedJournalIsLeftAndTold()
     QVERIFY(!QFile::exists(journal));
 }
 
-void TestCliRecover::recoverAppliesATornIndexsJournalOnlyGivenThePassword()
+void TestCliRecover::renameTornHalfWay(const CliRunner& renamer, QByteArray& before)
 {
     QVERIFY(TestFiles::write(path(QStringLiteral("a.txt")), "conteúdo"));
     QCOMPARE(run(QStringLiteral("import"), {path(QStringLiteral("a.txt")), QStringLiteral("a.txt")}).exitCode,
@@ -145,8 +169,11 @@ void TestCliRecover::recoverAppliesATornIndexsJournalOnlyGivenThePassword()
     const Velmarin::Core::ContainerFile file;
     QByteArray oldHeader;
     QVERIFY(file.readHeaderBytes(m_container, oldHeader));
-    const QByteArray before = TestFiles::read(m_container);
-    QCOMPARE(run(QStringLiteral("rename"), {QStringLiteral("a.txt"), QStringLiteral("c.txt")}).exitCode, 0);
+    before = TestFiles::read(m_container);
+    QCOMPARE(
+        renamer.run({QStringLiteral("rename"), m_container, QStringLiteral("a.txt"), QStringLiteral("c.txt")})
+            .exitCode,
+        0);
     QByteArray newHeader;
     QVERIFY(file.readHeaderBytes(m_container, newHeader));
     QCOMPARE(newHeader.size(), oldHeader.size());
@@ -156,27 +183,37 @@ void TestCliRecover::recoverAppliesATornIndexsJournalOnlyGivenThePassword()
     QVERIFY(index > 0);
     const qsizetype cut = index + (newHeader.size() - index) / 2;
     QVERIFY(Velmarin::Core::ContainerJournal::forHeaderChange(oldHeader, newHeader).write(m_container));
-    {
-        QFile container(m_container);
-        QVERIFY(container.open(QIODevice::ReadWrite) && container.seek(7));
-        const QByteArray torn = newHeader.left(cut) + oldHeader.mid(cut);
-        QCOMPARE(container.write(torn), torn.size());
+    QVERIFY(overwriteHeader(newHeader.left(cut) + oldHeader.mid(cut)));
+}
+
+bool TestCliRecover::overwriteHeader(const QByteArray& header) const
+{
+    QFile container(m_container);
+    return container.open(QIODevice::ReadWrite) && container.seek(HeaderStart) &&
+           container.write(header) == header.size();
+}
+
+void TestCliRecover::recoverAppliesATornIndexsJournalOnlyGivenThePassword()
+{
+    // The rename ran on another computer, so the state put back is the newest this one saw.
+    CliRunner elsewhere(QStringLiteral(VELMARIN_CLI), m_dir->path());
+    elsewhere.useTestPassword();
+    QByteArray before;
+    renameTornHalfWay(elsewhere, before);
+    if (QTest::currentTestFailed()) {
+        return;
     }
     const QString journal = m_container + QStringLiteral(".journal");
     const QByteArray torn = TestFiles::read(m_container);
-    const QString left =
-        QStringLiteral("Há ao lado do container um diário de alteração que não corresponde a "
-                       "ele. Ele não foi aplicado e foi deixado onde está: nada foi alterado "
-                       "no container.");
 
     // Without a password nothing tells this header from one someone wrote.
     CliRunner bare(QStringLiteral(VELMARIN_CLI), m_dir->path());
     const CliResult unproven = bare.run({QStringLiteral("recover"), m_container});
     QCOMPARE(unproven.exitCode, 1);
     QCOMPARE(unproven.errorLines(),
-             QStringList({left, QStringLiteral("Se você sabe que o diário é seu, execute \"velmarin-cli "
-                                               "recover --force %1\" para aplicá-lo.")
-                                    .arg(m_container)}));
+             QStringList({LeftText, QStringLiteral("Se você sabe que o diário é seu, execute \"velmarin-cli "
+                                                   "recover --force %1\" para aplicá-lo.")
+                                        .arg(m_container)}));
     QCOMPARE(TestFiles::read(m_container), torn);
     QVERIFY(QFile::exists(journal));
 
@@ -185,23 +222,68 @@ void TestCliRecover::recoverAppliesATornIndexsJournalOnlyGivenThePassword()
         {QStringLiteral("recover"), m_container, QStringLiteral("--password-file"), QStringLiteral("-")},
         "outra senha qualquer\n");
     QCOMPARE(wrong.exitCode, 3);
-    QCOMPARE(wrong.errorLines(),
-             QStringList({QStringLiteral("Não foi possível desbloquear o cofre. Verifique a senha ou se o "
-                                         "container foi alterado."),
-                          left}));
+    QCOMPARE(wrong.errorLines(), QStringList({UnlockFailedText, LeftText}));
     QCOMPARE(TestFiles::read(m_container), torn);
     QVERIFY(QFile::exists(journal));
 
-    // The right one opens the key but not the index: the cut was the user's own.
+    // The right one opens the key but not the index: the cut was in the index.
     const CliResult proven = run(QStringLiteral("recover"));
     QCOMPARE(proven.exitCode, 0);
-    QCOMPARE(proven.errorLines(), QStringList({QStringLiteral(
-                                      "A última alteração no cofre foi interrompida e foi desfeita. O cofre "
-                                      "voltou ao estado anterior a ela.")}));
+    QCOMPARE(proven.errorLines(), QStringList({UndoneText}));
     QCOMPARE(TestFiles::read(m_container), before);
     QVERIFY(!QFile::exists(journal));
-    QVERIFY(run(QStringLiteral("ls")).output.contains("a.txt"));
+    const CliResult listed = run(QStringLiteral("ls"));
+    QVERIFY(listed.output.contains("a.txt"));
+    QCOMPARE(listed.errorLines(), QStringList());
     QCOMPARE(run(QStringLiteral("verify")).exitCode, 0);
+}
+
+void TestCliRecover::recoverWarnsWhenWhatItPutsBackIsAnEarlierState()
+{
+    // This computer saw the rename finish, so the header from before it is an earlier state.
+    QByteArray before;
+    renameTornHalfWay(*m_cli, before);
+    if (QTest::currentTestFailed()) {
+        return;
+    }
+    const CliResult proven = run(QStringLiteral("recover"));
+    QCOMPARE(proven.exitCode, 1);
+    QCOMPARE(proven.errorLines(), QStringList({UndoneText, EarlierText}));
+    QCOMPARE(TestFiles::read(m_container), before);
+    QVERIFY(!QFile::exists(m_container + QStringLiteral(".journal")));
+    // A change waits for the user's consent, as after any earlier state.
+    QCOMPARE(run(QStringLiteral("mkdir"), {QStringLiteral("Nova")}).exitCode, 1);
+}
+
+void TestCliRecover::aJournalAppliedButNotOpeningIsToldAsApplied()
+{
+    // Today's header with its index altered, and beside it a journal holding a header of another
+    // vault under another password.
+    const QString other = path(QStringLiteral("outro.vltx"));
+    QCOMPARE(m_cli
+                 ->run({QStringLiteral("create"), other, QStringLiteral("--new-password-file"),
+                        QStringLiteral("-")},
+                       "outra senha longa o bastante\n")
+                 .exitCode,
+             0);
+    const Velmarin::Core::ContainerFile file;
+    QByteArray foreign;
+    QByteArray today;
+    QVERIFY(file.readHeaderBytes(other, foreign));
+    QVERIFY(file.readHeaderBytes(m_container, today));
+    const qsizetype index = today.indexOf("\"encryptedIndex\":\"") + 18;
+    QVERIFY(index > 18);
+    today[index + 4] = today.at(index + 4) == 'A' ? 'B' : 'A';
+    QVERIFY(overwriteHeader(today));
+    QVERIFY(Velmarin::Core::ContainerJournal::forHeaderChange(foreign, "forjado").write(m_container));
+
+    const CliResult result = run(QStringLiteral("recover"));
+    QCOMPARE(result.exitCode, 3);
+    QCOMPARE(result.errorLines(), QStringList({UndoneText, UnlockFailedText}));
+    QByteArray now;
+    QVERIFY(file.readHeaderBytes(m_container, now));
+    QCOMPARE(now, foreign);
+    QVERIFY(!QFile::exists(m_container + QStringLiteral(".journal")));
 }
 
 void TestCliRecover::anEarlierStateIsToldAndChangesWaitForConsent()

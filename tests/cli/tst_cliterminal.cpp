@@ -314,7 +314,7 @@ void TestCliTerminal::recoverAsksForThePasswordOnlyBesideAJournalItCannotJudge()
                 .write(m_container));
     TerminalSession terminal;
     QVERIFY(terminal.start({QStringLiteral("recover"), m_container}, environment(), m_dir->path()));
-    QVERIFY(terminal.waitFor("Senha do cofre (confere se o diário ao lado do container é seu): "));
+    QVERIFY(terminal.waitFor("Senha do cofre (para conferir o diário ao lado do container): "));
     QVERIFY(!terminal.echoIsOn());
     terminal.type(TestFiles::password() + '\r');
     QCOMPARE(terminal.finish(), 1);
