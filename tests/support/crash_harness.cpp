@@ -97,13 +97,15 @@ private:
     QProcessEnvironment environment(const QByteArray& password) const;
     // Runs the command with the shim cutting at boundary `at` (0: no cut); true when it was cut.
     bool runCut(const Scenario& scenario, const QString& mode, long at, int* exitCode) const;
-    bool runCli(const QStringList& arguments, const QByteArray& password) const;
+    // The command's exit code, or -1 when it did not end normally.
+    int runCli(const QStringList& arguments, const QByteArray& password) const;
     bool stateOf(VaultState& state) const;
     Outcome runScenario(const Scenario& scenario);
     // Everything a user relies on after a cut; a reason when it does not hold. byPassword tells
     // whether the journal waited for the password.
+    // tornWrite: the cut left half of a write, the only way a header that reads can be torn.
     QString checkAfterCut(const VaultState& before, const VaultState& after, const Scenario& scenario,
-                          bool* byPassword) const;
+                          bool tornWrite, bool* byPassword) const;
     QList<Scenario> scenarios() const;
 
     QString m_cli;
@@ -203,7 +205,7 @@ bool CrashHarness::runCut(const Scenario& scenario, const QString& mode, long at
     return process.exitStatus() == QProcess::CrashExit;
 }
 
-bool CrashHarness::runCli(const QStringList& arguments, const QByteArray& password) const
+int CrashHarness::runCli(const QStringList& arguments, const QByteArray& password) const
 {
     QProcess process;
     process.setProcessEnvironment(environment(password));
@@ -212,7 +214,7 @@ bool CrashHarness::runCli(const QStringList& arguments, const QByteArray& passwo
     process.setStandardInputFile(QProcess::nullDevice());
     process.start(m_cli, arguments);
     process.waitForFinished(-1);
-    return process.exitStatus() == QProcess::NormalExit && process.exitCode() == 0;
+    return process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
 }
 
 bool CrashHarness::stateOf(VaultState& state) const
@@ -221,18 +223,26 @@ bool CrashHarness::stateOf(VaultState& state) const
 }
 
 QString CrashHarness::checkAfterCut(const VaultState& before, const VaultState& after,
-                                    const Scenario& scenario, bool* byPassword) const
+                                    const Scenario& scenario, bool tornWrite, bool* byPassword) const
 {
     *byPassword = false;
     // Half of a header the same length as the one before reads, key wrapping whole and index half
     // old, half new. Without the password nothing tells it from a header someone wrote there, so
-    // recover leaves the journal; given the password, which opens the key but not the index, it
-    // applies it, as the window's unlock does.
+    // recover leaves the journal and changes nothing; given the password, which opens the key but
+    // not the index, it applies it, as the window's unlock does.
     const QStringList recover = {QStringLiteral("recover"), container()};
-    if (!runCli(recover, {})) {
-        if (!VaultManager::hasInterruptedChange(container()) ||
-            (!runCli(recover, OldPassword) && !runCli(recover, NewPassword))) {
+    QFile file(container());
+    const QByteArray cut = file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+    file.close();
+    const int plain = runCli(recover, {});
+    if (plain != 0) {
+        if (plain != 1 || !tornWrite || !VaultManager::hasInterruptedChange(container()) ||
+            !file.open(QIODevice::ReadOnly) || file.readAll() != cut) {
             return QStringLiteral("recover falhou");
+        }
+        file.close();
+        if (runCli(recover, OldPassword) != 0 && runCli(recover, NewPassword) != 0) {
+            return QStringLiteral("recover com a senha falhou");
         }
         *byPassword = true;
     }
@@ -251,7 +261,7 @@ QString CrashHarness::checkAfterCut(const VaultState& before, const VaultState& 
     if (!isOld && !isNew && !isCheckpoint) {
         return QStringLiteral("nem o estado de antes nem o de depois");
     }
-    if (!runCli({QStringLiteral("verify"), container()}, state.password)) {
+    if (runCli({QStringLiteral("verify"), container()}, state.password) != 0) {
         return QStringLiteral("verify falhou");
     }
     return {};
@@ -292,7 +302,8 @@ Outcome CrashHarness::runScenario(const Scenario& scenario)
             } else if (!runCut(scenario, mode, at, &exitCode)) {
                 failure = QStringLiteral("o corte não aconteceu (saída %1)").arg(exitCode);
             } else {
-                failure = checkAfterCut(before, after, scenario, &byPassword);
+                failure = checkAfterCut(before, after, scenario, mode.startsWith(QLatin1String("tear")),
+                                        &byPassword);
             }
             if (failure.isEmpty()) {
                 ++outcome.survived;
@@ -309,7 +320,7 @@ Outcome CrashHarness::runScenario(const Scenario& scenario)
     bool byPassword = false;
     const QString failure = !resetDrive() || runCut(scenario, AtExit, 0, &exitCode) || exitCode != 0
                                 ? QStringLiteral("a operação falhou")
-                                : checkAfterCut(after, after, scenario, &byPassword);
+                                : checkAfterCut(after, after, scenario, false, &byPassword);
     if (failure.isEmpty()) {
         ++outcome.survived;
         outcome.byPassword += byPassword ? 1 : 0;
