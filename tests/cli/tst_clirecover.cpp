@@ -52,6 +52,8 @@ private:
     // journal; before is the container before the rename.
     void renameTornHalfWay(const CliRunner& renamer, QByteArray& before);
     bool overwriteHeader(const QByteArray& header) const;
+    // Imports a.txt into the vault; header is the container's header after it.
+    bool importA(QByteArray& header) const;
 
     std::unique_ptr<QTemporaryDir> m_dir;
     std::unique_ptr<CliRunner> m_cli;
@@ -75,12 +77,9 @@ CliResult TestCliRecover::run(const QString& command, const QStringList& argumen
 
 void TestCliRecover::recoverUndoesAnInterruptedChange()
 {
-    QVERIFY(TestFiles::write(path(QStringLiteral("a.txt")), "conteúdo"));
-    QCOMPARE(run(QStringLiteral("import"), {path(QStringLiteral("a.txt")), QStringLiteral("a.txt")}).exitCode,
-             0);
     const Velmarin::Core::ContainerFile file;
     QByteArray oldHeader;
-    QVERIFY(file.readHeaderBytes(m_container, oldHeader));
+    QVERIFY(importA(oldHeader));
     const QByteArray before = TestFiles::read(m_container);
     QCOMPARE(run(QStringLiteral("mkdir"), {QStringLiteral("Nova")}).exitCode, 0);
     QByteArray newHeader;
@@ -125,12 +124,8 @@ void TestCliRecover::recoverUndoesAnInterruptedChange()
 
 void TestCliRecover::aForgedJournalIsLeftAndTold()
 {
-    QVERIFY(TestFiles::write(path(QStringLiteral("a.txt")), "conteúdo"));
-    QCOMPARE(run(QStringLiteral("import"), {path(QStringLiteral("a.txt")), QStringLiteral("a.txt")}).exitCode,
-             0);
-    const Velmarin::Core::ContainerFile file;
     QByteArray earlier;
-    QVERIFY(file.readHeaderBytes(m_container, earlier));
+    QVERIFY(importA(earlier));
     QCOMPARE(run(QStringLiteral("rm"), {QStringLiteral("a.txt")}).exitCode, 0);
     // Someone puts the header from before the deletion beside today's, as a change never made.
     const QString journal = m_container + QStringLiteral(".journal");
@@ -163,12 +158,9 @@ void TestCliRecover::aForgedJournalIsLeftAndTold()
 
 void TestCliRecover::renameTornHalfWay(const CliRunner& renamer, QByteArray& before)
 {
-    QVERIFY(TestFiles::write(path(QStringLiteral("a.txt")), "conteúdo"));
-    QCOMPARE(run(QStringLiteral("import"), {path(QStringLiteral("a.txt")), QStringLiteral("a.txt")}).exitCode,
-             0);
     const Velmarin::Core::ContainerFile file;
     QByteArray oldHeader;
-    QVERIFY(file.readHeaderBytes(m_container, oldHeader));
+    QVERIFY(importA(oldHeader));
     before = TestFiles::read(m_container);
     QCOMPARE(
         renamer.run({QStringLiteral("rename"), m_container, QStringLiteral("a.txt"), QStringLiteral("c.txt")})
@@ -184,6 +176,14 @@ void TestCliRecover::renameTornHalfWay(const CliRunner& renamer, QByteArray& bef
     const qsizetype cut = index + (newHeader.size() - index) / 2;
     QVERIFY(Velmarin::Core::ContainerJournal::forHeaderChange(oldHeader, newHeader).write(m_container));
     QVERIFY(overwriteHeader(newHeader.left(cut) + oldHeader.mid(cut)));
+}
+
+bool TestCliRecover::importA(QByteArray& header) const
+{
+    return TestFiles::write(path(QStringLiteral("a.txt")), "conteúdo") &&
+           run(QStringLiteral("import"), {path(QStringLiteral("a.txt")), QStringLiteral("a.txt")}).exitCode ==
+               0 &&
+           Velmarin::Core::ContainerFile().readHeaderBytes(m_container, header);
 }
 
 bool TestCliRecover::overwriteHeader(const QByteArray& header) const
