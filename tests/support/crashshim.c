@@ -270,17 +270,21 @@ static mode_t modeOf(int flags, va_list args)
     return (flags & (O_CREAT | O_TMPFILE)) ? (mode_t)va_arg(args, int) : 0;
 }
 
-#define OPEN_BODY(name, call)                                                                                \
-    va_list args;                                                                                            \
-    va_start(args, flags);                                                                                   \
-    mode_t mode = modeOf(flags, args);                                                                       \
-    va_end(args);                                                                                            \
+/* A truncating open undoes like a write of the whole file; the descriptor is watched from then on. */
+#define TRACKED_OPEN(call)                                                                                   \
     if ((flags & O_TRUNC) && watches(path)) {                                                                \
         remember(path, 0, (size_t)-1);                                                                       \
     }                                                                                                        \
     int fd = call;                                                                                           \
     track(fd, path);                                                                                         \
     return fd
+
+#define OPEN_BODY(name, call)                                                                                \
+    va_list args;                                                                                            \
+    va_start(args, flags);                                                                                   \
+    mode_t mode = modeOf(flags, args);                                                                       \
+    va_end(args);                                                                                            \
+    TRACKED_OPEN(call)
 
 int open(const char* path, int flags, ...)
 {
@@ -310,36 +314,28 @@ int openat64(int dirfd, const char* path, int flags, ...)
 typedef int (*Open2Fn)(const char*, int);
 typedef int (*OpenAt2Fn)(int, const char*, int);
 
-#define OPEN2_BODY(call)                                                                                     \
-    if ((flags & O_TRUNC) && watches(path)) {                                                                \
-        remember(path, 0, (size_t)-1);                                                                       \
-    }                                                                                                        \
-    int fd = call;                                                                                           \
-    track(fd, path);                                                                                         \
-    return fd
-
 int __open_2(const char* path, int flags)
 {
     REAL("__open_2", Open2Fn);
-    OPEN2_BODY(real(path, flags));
+    TRACKED_OPEN(real(path, flags));
 }
 
 int __open64_2(const char* path, int flags)
 {
     REAL("__open64_2", Open2Fn);
-    OPEN2_BODY(real(path, flags));
+    TRACKED_OPEN(real(path, flags));
 }
 
 int __openat_2(int dirfd, const char* path, int flags)
 {
     REAL("__openat_2", OpenAt2Fn);
-    OPEN2_BODY(real(dirfd, path, flags));
+    TRACKED_OPEN(real(dirfd, path, flags));
 }
 
 int __openat64_2(int dirfd, const char* path, int flags)
 {
     REAL("__openat64_2", OpenAt2Fn);
-    OPEN2_BODY(real(dirfd, path, flags));
+    TRACKED_OPEN(real(dirfd, path, flags));
 }
 
 int close(int fd)
