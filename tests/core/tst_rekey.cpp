@@ -3,6 +3,7 @@
 #include "FailureInjection.h"
 #include "FileSizeLimit.h"
 #include "TestFiles.h"
+#include "VaultContents.h"
 #include "VaultFixture.h"
 #include "core/container/ContainerFile.h"
 #include "core/container/ProgressCallback.h"
@@ -14,6 +15,7 @@ using namespace Velmarin::Core;
 using Velmarin::Tests::FailureInjection;
 using Velmarin::Tests::FileSizeLimit;
 using Velmarin::Tests::TestFiles;
+using Velmarin::Tests::VaultContents;
 using Velmarin::Tests::VaultFixture;
 
 namespace {
@@ -58,7 +60,6 @@ private:
     // Three files and an empty folder, a fourth file deleted; the vault is left locked.
     void fillVaultAndLock();
     QStringList workFolders() const;
-    bool opens(const QString& containerPath, const QByteArray& password, Failure* failure = nullptr) const;
     // Exports every file of a fresh session on containerPath and compares it with its source.
     void exportsEveryFile(const QString& containerPath, const QByteArray& password);
     bool rekey(QString* preserved = nullptr, QStringList* damaged = nullptr,
@@ -120,35 +121,11 @@ QStringList TestRekey::workFolders() const
     return QDir(m_temp).entryList({QStringLiteral("Velmarin-compact-*")}, QDir::Dirs);
 }
 
-bool TestRekey::opens(const QString& containerPath, const QByteArray& password, Failure* failure) const
-{
-    VaultManager vault;
-    const bool opened = vault.unlock(containerPath, password, VaultManager::Access::ReadOnly);
-    if (failure != nullptr) {
-        *failure = vault.lastFailure();
-    }
-    vault.lock();
-    return opened;
-}
-
 void TestRekey::exportsEveryFile(const QString& containerPath, const QByteArray& password)
 {
-    VaultManager vault;
-    QVERIFY(vault.unlock(containerPath, password, VaultManager::Access::ReadOnly));
-    QStringList paths = VaultFixture::filePaths(vault.index());
-    paths.sort();
-    QCOMPARE(paths, m_sources.keys());
-    for (auto it = m_sources.cbegin(); it != m_sources.cend(); ++it) {
-        const QString out = path(QStringLiteral("saida.bin"));
-        QFile::remove(out);
-        QVERIFY2(vault.exportFile(it.key(), out), qPrintable(it.key()));
-        QVERIFY2(TestFiles::sameContents(out, it.value()), qPrintable(it.key()));
-    }
-    QVERIFY(vault.directoryExists(QStringLiteral("Vazia")));
-    VerificationReport report;
-    QVERIFY(vault.verifyContents(report));
-    QVERIFY(report.isSound());
-    vault.lock();
+    const QString mismatch = VaultContents::mismatch(
+        containerPath, password, m_sources, {QStringLiteral("Vazia")}, path(QStringLiteral("saida.bin")));
+    QVERIFY2(mismatch.isEmpty(), qPrintable(mismatch));
 }
 
 void TestRekey::everyFileExportsTheSameAndDeadDataGoes()
@@ -181,7 +158,7 @@ void TestRekey::everyFileExportsTheSameAndDeadDataGoes()
     QVERIFY(!QFile::exists(container() + QStringLiteral(".journal")));
 
     Failure failure;
-    QVERIFY(!opens(container(), TestFiles::password(), &failure));
+    QVERIFY(!VaultContents::opens(container(), TestFiles::password(), &failure));
     QCOMPARE(failure.reason, Failure::Reason::WrongPassword);
     exportsEveryFile(container(), NewPassword);
     // Every block went under the new key with a nonce of its own.
@@ -218,9 +195,9 @@ void TestRekey::anOldHeaderPastedBackOpensNothingOfToday()
     spliced.crypto.encryptedMasterKey = oldHeader.crypto.encryptedMasterKey;
     QVERIFY(ContainerFile().rewriteHeader(container(), spliced));
     Failure failure;
-    QVERIFY(!opens(container(), TestFiles::password(), &failure));
+    QVERIFY(!VaultContents::opens(container(), TestFiles::password(), &failure));
     QCOMPARE(failure.reason, Failure::Reason::Damaged);
-    QVERIFY(!opens(container(), NewPassword, &failure));
+    QVERIFY(!VaultContents::opens(container(), NewPassword, &failure));
     QCOMPARE(failure.reason, Failure::Reason::WrongPassword);
 
     // The whole old header region pasted over today's: the old password opens the old index, whose
@@ -230,7 +207,7 @@ void TestRekey::anOldHeaderPastedBackOpensNothingOfToday()
     QVERIFY(file.open(QIODevice::ReadWrite));
     QCOMPARE(file.write(oldHeaderRegion), ContainerFile::PayloadOffset);
     file.close();
-    QVERIFY(!opens(container(), NewPassword, &failure));
+    QVERIFY(!VaultContents::opens(container(), NewPassword, &failure));
     QCOMPARE(failure.reason, Failure::Reason::WrongPassword);
     VaultManager attacker;
     if (attacker.unlock(container(), TestFiles::password(), VaultManager::Access::ReadOnly)) {
@@ -280,9 +257,9 @@ void TestRekey::anOldCopyStillOpensWithTheOldPasswordOnly()
     // Expected, and what the window's text warns about: a copy keeps the key it had.
     exportsEveryFile(copy, TestFiles::password());
     Failure failure;
-    QVERIFY(!opens(copy, NewPassword, &failure));
+    QVERIFY(!VaultContents::opens(copy, NewPassword, &failure));
     QCOMPARE(failure.reason, Failure::Reason::WrongPassword);
-    QVERIFY(!opens(container(), TestFiles::password(), &failure));
+    QVERIFY(!VaultContents::opens(container(), TestFiles::password(), &failure));
     QCOMPARE(failure.reason, Failure::Reason::WrongPassword);
 }
 
@@ -318,7 +295,7 @@ void TestRekey::aFailureBesideTheOldContainerKeepsIt()
     QCOMPARE(TestFiles::read(container()), bytes);
     QVERIFY(!QFile::exists(container() + QStringLiteral(".journal")));
     QVERIFY(!QFile::exists(container() + QStringLiteral(".new")));
-    QVERIFY(!opens(container(), NewPassword));
+    QVERIFY(!VaultContents::opens(container(), NewPassword));
     exportsEveryFile(container(), TestFiles::password());
 }
 
@@ -363,7 +340,7 @@ void TestRekey::aDamagedBlockChangesNothingAndIsNamed()
     QCOMPARE(m_fixture.vault().lastFailure().path, QStringLiteral("doc.bin"));
     QCOMPARE(TestFiles::read(container()), bytes);
     QVERIFY(workFolders().isEmpty());
-    QVERIFY(opens(container(), TestFiles::password()));
+    QVERIFY(VaultContents::opens(container(), TestFiles::password()));
 }
 
 void TestRekey::aWrongPasswordOrAnOpenVaultChangesNothing()

@@ -4,6 +4,7 @@
 #include "LockedVaultEditor.h"
 #include "MountedDrive.h"
 #include "TestFiles.h"
+#include "VaultContents.h"
 #include "VaultFixture.h"
 #include "core/container/ContainerFile.h"
 #include "core/container/PayloadStore.h"
@@ -16,6 +17,7 @@ using Velmarin::Tests::FailureInjection;
 using Velmarin::Tests::LockedVaultEditor;
 using Velmarin::Tests::MountedDrive;
 using Velmarin::Tests::TestFiles;
+using Velmarin::Tests::VaultContents;
 using Velmarin::Tests::VaultFixture;
 
 namespace {
@@ -42,7 +44,6 @@ private:
     QString path(const QString& name) const { return m_fixture.path(name); }
     QString container() const { return m_fixture.container(); }
     QStringList workFolders() const;
-    bool opens(const QString& containerPath, const QByteArray& password, Failure* failure = nullptr) const;
     // Exports every file of a fresh session on containerPath and compares it with its source.
     void exportsEveryFile(const QString& containerPath, const QByteArray& password);
     // A vault on a tmpfs, a 20 MiB file deleted and an 8 MiB one kept, locked; false when no tmpfs.
@@ -64,35 +65,11 @@ QStringList TestRekeyRoom::workFolders() const
     return QDir(m_temp).entryList({QStringLiteral("Velmarin-compact-*")}, QDir::Dirs);
 }
 
-bool TestRekeyRoom::opens(const QString& containerPath, const QByteArray& password, Failure* failure) const
-{
-    VaultManager vault;
-    const bool opened = vault.unlock(containerPath, password, VaultManager::Access::ReadOnly);
-    if (failure != nullptr) {
-        *failure = vault.lastFailure();
-    }
-    vault.lock();
-    return opened;
-}
-
 void TestRekeyRoom::exportsEveryFile(const QString& containerPath, const QByteArray& password)
 {
-    VaultManager vault;
-    QVERIFY(vault.unlock(containerPath, password, VaultManager::Access::ReadOnly));
-    QStringList paths = VaultFixture::filePaths(vault.index());
-    paths.sort();
-    QCOMPARE(paths, m_sources.keys());
-    for (auto it = m_sources.cbegin(); it != m_sources.cend(); ++it) {
-        const QString out = path(QStringLiteral("saida.bin"));
-        QFile::remove(out);
-        QVERIFY2(vault.exportFile(it.key(), out), qPrintable(it.key()));
-        QVERIFY2(TestFiles::sameContents(out, it.value()), qPrintable(it.key()));
-    }
-    QVERIFY(vault.directoryExists(QStringLiteral("Vazia")));
-    VerificationReport report;
-    QVERIFY(vault.verifyContents(report));
-    QVERIFY(report.isSound());
-    vault.lock();
+    const QString mismatch = VaultContents::mismatch(
+        containerPath, password, m_sources, {QStringLiteral("Vazia")}, path(QStringLiteral("saida.bin")));
+    QVERIFY2(mismatch.isEmpty(), qPrintable(mismatch));
 }
 
 void TestRekeyRoom::init()
@@ -149,7 +126,7 @@ void TestRekeyRoom::aDriveWithRoomForOneContainerIsRekeyedInTurn()
     QCOMPARE(drive.rootNames(), QStringList({QStringLiteral("velmarin.vltx")}));
     QVERIFY(workFolders().isEmpty());
     exportsEveryFile(onDrive, NewPassword);
-    QVERIFY(!opens(onDrive, TestFiles::password()));
+    QVERIFY(!VaultContents::opens(onDrive, TestFiles::password()));
 }
 
 void TestRekeyRoom::aFailureInTurnKeepsAWholeContainer_data()
@@ -190,7 +167,7 @@ void TestRekeyRoom::aFailureInTurnKeepsAWholeContainer()
         QVERIFY(workFolders().isEmpty());
         QCOMPARE(TestFiles::read(onDrive), bytes);
         QCOMPARE(drive.rootNames(), QStringList({QStringLiteral("velmarin.vltx")}));
-        QVERIFY(!opens(onDrive, NewPassword));
+        QVERIFY(!VaultContents::opens(onDrive, NewPassword));
         exportsEveryFile(onDrive, TestFiles::password());
         return;
     }
@@ -199,7 +176,7 @@ void TestRekeyRoom::aFailureInTurnKeepsAWholeContainer()
     QVERIFY(!QFileInfo::exists(onDrive));
     QVERIFY(QFileInfo(preserved).absolutePath().startsWith(m_temp + QStringLiteral("/Velmarin-compact-")));
     exportsEveryFile(preserved, NewPassword);
-    QVERIFY(!opens(preserved, TestFiles::password()));
+    QVERIFY(!VaultContents::opens(preserved, TestFiles::password()));
     // The journal on the drive names it: the next unlock, with the new password, puts it back.
     VaultManager again;
     QVERIFY(again.unlock(onDrive, NewPassword));
