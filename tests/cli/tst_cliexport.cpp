@@ -5,7 +5,6 @@
 #include "TestFiles.h"
 
 #include <QDir>
-#include <QDirIterator>
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -18,25 +17,6 @@ using Velmarin::Tests::CliResult;
 using Velmarin::Tests::CliRunner;
 using Velmarin::Tests::FailureInjection;
 using Velmarin::Tests::TestFiles;
-
-namespace {
-
-// Every file and folder below root, folders with a trailing "/", sorted.
-QStringList tree(const QString& root)
-{
-    QStringList entries;
-    QDirIterator it(root, QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot,
-                    QDirIterator::Subdirectories);
-    while (it.hasNext()) {
-        const QString path = it.next();
-        const QString relative = QDir(root).relativeFilePath(path);
-        entries << (it.fileInfo().isDir() ? relative + QLatin1Char('/') : relative);
-    }
-    entries.sort();
-    return entries;
-}
-
-} // namespace
 
 class TestCliExport : public QObject
 {
@@ -99,8 +79,8 @@ void TestCliExport::folderRoundTripsLikeCpR()
     QCOMPARE(result.exitCode, 0);
     QVERIFY(result.output.isEmpty());
     QCOMPARE(result.errorLines(), QStringList{QStringLiteral("3 arquivos exportados com sucesso.")});
-    QCOMPARE(tree(path(QStringLiteral("copia"))), tree(src));
-    for (const QString& entry : tree(src)) {
+    QCOMPARE(TestFiles::tree(path(QStringLiteral("copia"))), TestFiles::tree(src));
+    for (const QString& entry : TestFiles::tree(src)) {
         if (!entry.endsWith(QLatin1Char('/'))) {
             QVERIFY2(TestFiles::sameContents(src + QLatin1Char('/') + entry,
                                              path(QStringLiteral("copia/")) + entry),
@@ -112,8 +92,8 @@ void TestCliExport::folderRoundTripsLikeCpR()
     QVERIFY(QDir().mkdir(path(QStringLiteral("saida"))));
     result = run(QStringLiteral("export"), {QStringLiteral("Backup/Fotos/"), QStringLiteral("saida")});
     QCOMPARE(result.exitCode, 0);
-    QCOMPARE(tree(path(QStringLiteral("saida/Fotos"))), tree(src));
-    QCOMPARE(tree(path(QStringLiteral("saida"))).first(), QStringLiteral("Fotos/"));
+    QCOMPARE(TestFiles::tree(path(QStringLiteral("saida/Fotos"))), TestFiles::tree(src));
+    QCOMPARE(TestFiles::tree(path(QStringLiteral("saida"))).first(), QStringLiteral("Fotos/"));
 
     // An empty folder comes out as one.
     result = run(QStringLiteral("export"), {QStringLiteral("Backup/Fotos/2026/vazia"), QStringLiteral("v")});
@@ -164,7 +144,8 @@ void TestCliExport::wholeVaultAndRefusals()
     CliResult result = run(QStringLiteral("export"), {QStringLiteral("/"), QStringLiteral("tudo")});
     QCOMPARE(result.exitCode, 0);
     QCOMPARE(result.errorLines(), QStringList{QStringLiteral("4 arquivos exportados com sucesso.")});
-    QCOMPARE(tree(path(QStringLiteral("tudo/Backup/Fotos"))), tree(path(QStringLiteral("src/Fotos"))));
+    QCOMPARE(TestFiles::tree(path(QStringLiteral("tudo/Backup/Fotos"))),
+             TestFiles::tree(path(QStringLiteral("src/Fotos"))));
     QCOMPARE(TestFiles::read(path(QStringLiteral("tudo/raiz.txt"))), QByteArray("raiz"));
 
     struct Case
@@ -222,7 +203,7 @@ void TestCliExport::aFailingFileIsToldAndTheRestGoOn()
     QCOMPARE(lines.at(2), QStringLiteral("2 arquivos exportados com sucesso."));
     QCOMPARE(lines.at(3), QStringLiteral("1 item não pôde ser exportado."));
     // No half file; the rest are there.
-    QCOMPARE(tree(copy + QStringLiteral("/Férias 🌊")), QStringList());
+    QCOMPARE(TestFiles::tree(copy + QStringLiteral("/Férias 🌊")), QStringList());
     QVERIFY(TestFiles::sameContents(copy + QStringLiteral("/praia.jpg"),
                                     path(QStringLiteral("src/Fotos/praia.jpg"))));
     QVERIFY(QFileInfo(copy + QStringLiteral("/2026/vazio.txt")).isFile());

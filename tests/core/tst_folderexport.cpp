@@ -27,21 +27,6 @@ constexpr qint64 Block = 16 * 1024 * 1024;
 
 using Answer = FolderExport::Answer;
 
-// Every file and folder below root, folders with a trailing "/", sorted.
-QStringList tree(const QString& root)
-{
-    QStringList entries;
-    QDirIterator it(root, QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot,
-                    QDirIterator::Subdirectories);
-    while (it.hasNext()) {
-        const QString path = it.next();
-        const QString relative = QDir(root).relativeFilePath(path);
-        entries << (it.fileInfo().isDir() ? relative + QLatin1Char('/') : relative);
-    }
-    entries.sort();
-    return entries;
-}
-
 // The vault paths of the entries that failed, or the paths their failures name.
 QStringList paths(const QList<FolderExport::FailedEntry>& failed, bool reasonPaths = false)
 {
@@ -163,9 +148,9 @@ void TestFolderExport::wholeTreeComesOutByteForByte()
     QCOMPARE(outcome.skipped, 0);
     QCOMPARE(asked, 0);
 
-    QCOMPARE(tree(destination), tree(src));
-    QVERIFY(tree(destination).contains(QStringLiteral("Músicas/Ação 🎉/mais funda/")));
-    for (const QString& entry : tree(src)) {
+    QCOMPARE(TestFiles::tree(destination), TestFiles::tree(src));
+    QVERIFY(TestFiles::tree(destination).contains(QStringLiteral("Músicas/Ação 🎉/mais funda/")));
+    for (const QString& entry : TestFiles::tree(src)) {
         if (!entry.endsWith(QLatin1Char('/'))) {
             QVERIFY2(TestFiles::sameContents(src + QLatin1Char('/') + entry,
                                              destination + QLatin1Char('/') + entry),
@@ -176,7 +161,7 @@ void TestFolderExport::wholeTreeComesOutByteForByte()
 
     // Progress: over the whole tree, never backwards, labelled with vault paths, ending full.
     qint64 total = 0;
-    for (const QString& entry : tree(src)) {
+    for (const QString& entry : TestFiles::tree(src)) {
         total += QFileInfo(src + QLatin1Char('/') + entry).isFile()
                      ? QFileInfo(src + QLatin1Char('/') + entry).size()
                      : 0;
@@ -214,15 +199,15 @@ void TestFolderExport::aFolderBringsOnlyWhatIsBelowIt()
     QVERIFY(outcome.succeeded());
     QCOMPARE(outcome.files, 2);
     QCOMPARE(outcome.folders, 2);
-    QCOMPARE(tree(destination), QStringList({QStringLiteral("Sub/"), QStringLiteral("Sub/b.txt"),
-                                             QStringLiteral("Vazia/"), QStringLiteral("a.txt")}));
+    QCOMPARE(TestFiles::tree(destination), QStringList({QStringLiteral("Sub/"), QStringLiteral("Sub/b.txt"),
+                                                        QStringLiteral("Vazia/"), QStringLiteral("a.txt")}));
     QCOMPARE(TestFiles::read(destination + QStringLiteral("/Sub/b.txt")), QByteArray("b"));
 
     // An empty folder exports as an empty folder.
     FolderExport::Outcome empty;
     QVERIFY(vault().exportFolder(QStringLiteral("Docs/Vazia"), path(QStringLiteral("v")), {}, empty));
     QVERIFY(QFileInfo(path(QStringLiteral("v"))).isDir());
-    QVERIFY(tree(path(QStringLiteral("v"))).isEmpty());
+    QVERIFY(TestFiles::tree(path(QStringLiteral("v"))).isEmpty());
     QCOMPARE(empty.files, 0);
 }
 
@@ -358,9 +343,10 @@ void TestFolderExport::aFailingFileIsReportedWhileTheRestGoOn()
                                                        destination + QStringLiteral("/quebra/outro.bin")}));
     QCOMPARE(vault().lastFailure().reason, Failure::Reason::DestinationUnwritable);
     // No partial file; the others all there.
-    QCOMPARE(tree(destination), QStringList({QStringLiteral("antes.txt"), QStringLiteral("quebra/"),
-                                             QStringLiteral("quebra/outro.bin"), QStringLiteral("z/"),
-                                             QStringLiteral("z/depois.txt")}));
+    QCOMPARE(TestFiles::tree(destination),
+             QStringList({QStringLiteral("antes.txt"), QStringLiteral("quebra/"),
+                          QStringLiteral("quebra/outro.bin"), QStringLiteral("z/"),
+                          QStringLiteral("z/depois.txt")}));
     QCOMPARE(TestFiles::read(destination + QStringLiteral("/quebra/outro.bin")), QByteArray("velho"));
     QCOMPARE(TestFiles::read(destination + QStringLiteral("/antes.txt")), QByteArray("antes"));
     QCOMPARE(TestFiles::read(destination + QStringLiteral("/z/depois.txt")), QByteArray("depois"));
@@ -382,7 +368,7 @@ void TestFolderExport::hostilePathsAreRefusedAndNothingIsWrittenOutside()
     for (const QString& vaultPath : hostile) {
         QVERIFY2(vault().index().findFile(vaultPath) != nullptr, qPrintable(vaultPath));
     }
-    const QStringList before = tree(outside);
+    const QStringList before = TestFiles::tree(outside);
 
     FolderExport::Outcome outcome;
     QVERIFY(vault().exportFolder(QString(), destination, {}, outcome));
@@ -396,13 +382,13 @@ void TestFolderExport::hostilePathsAreRefusedAndNothingIsWrittenOutside()
         QVERIFY2(paths(outcome.failed).contains(vaultPath), qPrintable(vaultPath));
     }
     // Outside the destination, nothing new; inside it, only the legitimate file and its folder.
-    QStringList after = tree(outside);
+    QStringList after = TestFiles::tree(outside);
     after.removeIf([](const QString& entry) { return entry.startsWith(QStringLiteral("dentro/destino/")); });
     QVERIFY(!before.contains(QStringLiteral("dentro/destino/")));
     QCOMPARE(after, before);
     // The folders the editor added above the absolute path are plain ones, made inside; no file but
     // the legitimate one is.
-    QStringList files = tree(destination);
+    QStringList files = TestFiles::tree(destination);
     files.removeIf([](const QString& entry) { return entry.endsWith(QLatin1Char('/')); });
     QCOMPARE(files, QStringList{QStringLiteral("Pasta/legitimo.txt")});
     QDirIterator everything(m_fixture.path(QString()), QDir::Files, QDirIterator::Subdirectories);
@@ -416,7 +402,7 @@ void TestFolderExport::hostilePathsAreRefusedAndNothingIsWrittenOutside()
     QVERIFY(vault().exportFolder(QStringLiteral("Pasta"), second, {}, fromFolder));
     QCOMPARE(fromFolder.files, 1);
     QVERIFY(paths(fromFolder.failed).contains(QStringLiteral("Pasta/../../escapou2.txt")));
-    QCOMPARE(tree(second), QStringList{QStringLiteral("legitimo.txt")});
+    QCOMPARE(TestFiles::tree(second), QStringList{QStringLiteral("legitimo.txt")});
     QVERIFY(!QFileInfo::exists(outside + QStringLiteral("/escapou2.txt")));
     QVERIFY(!QFileInfo::exists(outside + QStringLiteral("/dentro/escapou2.txt")));
 }
@@ -442,7 +428,7 @@ void TestFolderExport::aLinkInTheDestinationCannotLeadOutside()
     QCOMPARE(outcome.files, 1);
     QCOMPARE(paths(outcome.failed), QStringList({QStringLiteral("Link"), QStringLiteral("Link/segredo.txt"),
                                                  QStringLiteral("arquivo.txt")}));
-    QCOMPARE(tree(outside), QStringList{QStringLiteral("alvo.txt")});
+    QCOMPARE(TestFiles::tree(outside), QStringList{QStringLiteral("alvo.txt")});
     QCOMPARE(TestFiles::read(outside + QStringLiteral("/alvo.txt")), QByteArray("alvo"));
     QCOMPARE(TestFiles::read(destination + QStringLiteral("/ok.txt")), QByteArray("ok"));
 }

@@ -2,7 +2,9 @@
 
 #include "core/vault/VaultManager.h"
 
+#include <QDebug>
 #include <QDir>
+#include <QDirIterator>
 #include <QFile>
 #include <QProcess>
 #include <QStandardPaths>
@@ -108,6 +110,37 @@ bool TestFiles::makeSparse(const QString& path, qint64 size)
 {
     QFile file(path);
     return file.open(QIODevice::ReadWrite) && file.resize(size);
+}
+
+QStringList TestFiles::tree(const QString& root)
+{
+    QStringList entries;
+    QDirIterator it(root, QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot,
+                    QDirIterator::Subdirectories);
+    while (it.hasNext()) {
+        const QString path = it.next();
+        const QString relative = QDir(root).relativeFilePath(path);
+        entries << (it.fileInfo().isDir() ? relative + QLatin1Char('/') : relative);
+    }
+    entries.sort();
+    return entries;
+}
+
+bool TestFiles::sameTree(const QString& a, const QString& b)
+{
+    const QStringList entries = tree(a);
+    if (entries.isEmpty() || entries != tree(b)) {
+        qWarning() << entries << tree(b);
+        return false;
+    }
+    for (const QString& entry : entries) {
+        if (!entry.endsWith(QLatin1Char('/')) &&
+            read(QDir(a).filePath(entry)) != read(QDir(b).filePath(entry))) {
+            qWarning() << "differs:" << entry;
+            return false;
+        }
+    }
+    return true;
 }
 
 } // namespace Velmarin::Tests

@@ -2,6 +2,7 @@
 
 #include <QByteArray>
 #include <QString>
+#include <QStringList>
 
 namespace Velmarin::Tests {
 
@@ -21,6 +22,10 @@ public:
     static bool makeSparse(const QString& path, qint64 size);
     static QByteArray read(const QString& path);
     static bool sameContents(const QString& a, const QString& b);
+    // Every file, folder and special file below root, relative, folders with a trailing "/", sorted.
+    static QStringList tree(const QString& root);
+    // The same non-empty tree with the same bytes in every file; says what differs when not.
+    static bool sameTree(const QString& a, const QString& b);
 
     // SHA-256 from coreutils' sha256sum, independent of the engine's own hashing.
     static QByteArray sha256sum(const QString& path);

@@ -10,7 +10,6 @@
 #include <QApplication>
 #include <QBuffer>
 #include <QDir>
-#include <QDirIterator>
 #include <QDrag>
 #include <QFile>
 #include <QMimeData>
@@ -41,10 +40,6 @@ private Q_SLOTS:
 
 private:
     bool write(const QString& relative, const QByteArray& bytes);
-    // "pasta/" for each folder and "arquivo" for each file below root, sorted.
-    static QStringList tree(const QString& root);
-    // The same tree with the same bytes in every file.
-    static bool sameTree(const QString& a, const QString& b);
     QString statusMessage() { return m_fixture.window().statusBar()->currentMessage(); }
 
     WindowFixture m_fixture;
@@ -64,37 +59,6 @@ bool DragOutTest::write(const QString& relative, const QByteArray& bytes)
 {
     const QString path = m_fixture.path(relative);
     return QDir().mkpath(QFileInfo(path).absolutePath()) && TestFiles::write(path, bytes);
-}
-
-QStringList DragOutTest::tree(const QString& root)
-{
-    QStringList entries;
-    QDirIterator it(root, QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot | QDir::System,
-                    QDirIterator::Subdirectories);
-    while (it.hasNext()) {
-        const QString path = it.next();
-        entries << QDir(root).relativeFilePath(path) +
-                       (it.fileInfo().isDir() ? QStringLiteral("/") : QString());
-    }
-    entries.sort();
-    return entries;
-}
-
-bool DragOutTest::sameTree(const QString& a, const QString& b)
-{
-    const QStringList entries = tree(a);
-    if (entries.isEmpty() || entries != tree(b)) {
-        qWarning() << tree(a) << tree(b);
-        return false;
-    }
-    for (const QString& entry : entries) {
-        if (!entry.endsWith(QLatin1Char('/')) &&
-            TestFiles::read(QDir(a).filePath(entry)) != TestFiles::read(QDir(b).filePath(entry))) {
-            qWarning() << "differs:" << entry;
-            return false;
-        }
-    }
-    return true;
 }
 
 void DragOutTest::aDraggedFileIsACopyOnlyInTheWorkspace()
@@ -156,7 +120,7 @@ void DragOutTest::aDraggedFolderComesWithItsTree()
     QCOMPARE(mime->urls().size(), 1);
     const QString copy = mime->urls().constFirst().toLocalFile();
     QCOMPARE(QFileInfo(copy).fileName(), QStringLiteral("Álbum"));
-    QVERIFY(sameTree(m_fixture.path(QStringLiteral("origem/Álbum")), copy));
+    QVERIFY(TestFiles::sameTree(m_fixture.path(QStringLiteral("origem/Álbum")), copy));
     QCOMPARE(m_fixture.driver().progressTitles().last(), QStringLiteral("Exportar pasta"));
 
     // The parent row is no folder to drag.

@@ -43,10 +43,6 @@ private Q_SLOTS:
 
 private:
     bool write(const QString& relative, const QByteArray& bytes);
-    // "pasta/" for each folder and "arquivo" for each file below root, sorted.
-    static QStringList tree(const QString& root);
-    // The same tree with the same bytes in every file.
-    static bool sameTree(const QString& a, const QString& b);
     // Imports the folder path(relative) into the current folder through "Importar pasta...".
     void importFolder(const QString& relative);
     // Answers the export's question with "Continuar" and the picker with destination.
@@ -71,37 +67,6 @@ bool ExportFoldersTest::write(const QString& relative, const QByteArray& bytes)
 {
     const QString path = m_fixture.path(relative);
     return QDir().mkpath(QFileInfo(path).absolutePath()) && TestFiles::write(path, bytes);
-}
-
-QStringList ExportFoldersTest::tree(const QString& root)
-{
-    QStringList entries;
-    QDirIterator it(root, QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot | QDir::System,
-                    QDirIterator::Subdirectories);
-    while (it.hasNext()) {
-        const QString path = it.next();
-        entries << QDir(root).relativeFilePath(path) +
-                       (it.fileInfo().isDir() ? QStringLiteral("/") : QString());
-    }
-    entries.sort();
-    return entries;
-}
-
-bool ExportFoldersTest::sameTree(const QString& a, const QString& b)
-{
-    const QStringList entries = tree(a);
-    if (entries.isEmpty() || entries != tree(b)) {
-        qWarning() << tree(a) << tree(b);
-        return false;
-    }
-    for (const QString& entry : entries) {
-        if (!entry.endsWith(QLatin1Char('/')) &&
-            TestFiles::read(QDir(a).filePath(entry)) != TestFiles::read(QDir(b).filePath(entry))) {
-            qWarning() << "differs:" << entry;
-            return false;
-        }
-    }
-    return true;
 }
 
 void ExportFoldersTest::importFolder(const QString& relative)
@@ -230,8 +195,9 @@ void ExportFoldersTest::aFolderComesOutByteForByte()
     QCOMPARE(m_fixture.driver().progressTitles().last(), QStringLiteral("Exportar pasta"));
     QCOMPARE(statusMessage(), QStringLiteral("4 arquivos exportados com sucesso."));
     // Like cp -r: the folder itself, by its own name, inside the destination.
-    QCOMPARE(tree(destination).value(0), QStringLiteral("Fotos/"));
-    QVERIFY(sameTree(m_fixture.path(QStringLiteral("origem/Fotos")), destination + QStringLiteral("/Fotos")));
+    QCOMPARE(TestFiles::tree(destination).value(0), QStringLiteral("Fotos/"));
+    QVERIFY(TestFiles::sameTree(m_fixture.path(QStringLiteral("origem/Fotos")),
+                                destination + QStringLiteral("/Fotos")));
     QVERIFY(m_fixture.window().isVaultUnlocked());
 }
 
@@ -337,7 +303,7 @@ void ExportFoldersTest::aFailedFileIsToldAtTheEndAndTheRestAreWritten()
                  .arg(destination + QStringLiteral("/Docs/b.txt")));
     QCOMPARE(statusMessage(), QStringLiteral("2 arquivos exportados com sucesso; 1 item com falha."));
     // The others written, nothing half written beside them.
-    QCOMPARE(tree(destination + QStringLiteral("/Docs")),
+    QCOMPARE(TestFiles::tree(destination + QStringLiteral("/Docs")),
              QStringList({QStringLiteral("a.txt"), QStringLiteral("b.txt/"), QStringLiteral("c.txt")}));
     QCOMPARE(TestFiles::read(destination + QStringLiteral("/Docs/c.txt")), QByteArray("c"));
 }
@@ -358,7 +324,7 @@ void ExportFoldersTest::theRootExportsTheWholeVault()
                                            "automaticamente para o Velmarin."));
     QCOMPARE(statusMessage(), QStringLiteral("2 arquivos exportados com sucesso."));
     // Named like the container in the status bar.
-    QCOMPARE(tree(destination),
+    QCOMPARE(TestFiles::tree(destination),
              QStringList({QStringLiteral("Velmarin/"), QStringLiteral("Velmarin/Docs/"),
                           QStringLiteral("Velmarin/Docs/a.txt"), QStringLiteral("Velmarin/Vazia/"),
                           QStringLiteral("Velmarin/raiz.txt")}));
@@ -371,7 +337,7 @@ void ExportFoldersTest::theRootExportsTheWholeVault()
     exportTo(second, &question);
     m_fixture.action(QStringLiteral("Exportar pasta..."))->trigger();
     QVERIFY(question.text.startsWith(QStringLiteral("Exportar a pasta Docs criará")));
-    QCOMPARE(tree(second), QStringList({QStringLiteral("Docs/"), QStringLiteral("Docs/a.txt")}));
+    QCOMPARE(TestFiles::tree(second), QStringList({QStringLiteral("Docs/"), QStringLiteral("Docs/a.txt")}));
     QCOMPARE(statusMessage(), QStringLiteral("Arquivo exportado com sucesso."));
 }
 
@@ -390,7 +356,7 @@ void ExportFoldersTest::aPathLeadingOutIsRefusedAndNeverWritten()
     QVERIFY(m_fixture.unlock());
     const QString destination = m_fixture.path(QStringLiteral("fora/dentro"));
     exportTo(destination);
-    const QStringList before = tree(m_fixture.path(QStringLiteral("fora")));
+    const QStringList before = TestFiles::tree(m_fixture.path(QStringLiteral("fora")));
     MessageRecord told;
     m_fixture.driver().expectMessage(QStringLiteral("OK"), &told);
     m_fixture.action(QStringLiteral("Exportar pasta..."))->trigger();
@@ -408,7 +374,7 @@ void ExportFoldersTest::aPathLeadingOutIsRefusedAndNeverWritten()
     while (everything.hasNext()) {
         QVERIFY2(!everything.next().contains(QStringLiteral("escapou")), qPrintable(everything.filePath()));
     }
-    QStringList after = tree(m_fixture.path(QStringLiteral("fora")));
+    QStringList after = TestFiles::tree(m_fixture.path(QStringLiteral("fora")));
     after.removeIf([](const QString& entry) { return entry.startsWith(QStringLiteral("dentro/Velmarin/")); });
     QCOMPARE(after, before);
 }
