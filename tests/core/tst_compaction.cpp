@@ -1,3 +1,4 @@
+#include "CompactionTemp.h"
 #include "FailureInjection.h"
 #include "TestFiles.h"
 #include "VaultFixture.h"
@@ -8,6 +9,7 @@
 #include <QtTest>
 
 using namespace Velmarin::Core;
+using Velmarin::Tests::CompactionTemp;
 using Velmarin::Tests::FailureInjection;
 using Velmarin::Tests::TestFiles;
 using Velmarin::Tests::VaultFixture;
@@ -55,15 +57,14 @@ private Q_SLOTS:
 private:
     QString path(const QString& name) const { return m_fixture.path(name); }
     void importPattern(const QString& vaultPath, qint64 size, quint32 seed);
-    QStringList workFolders() const;
+    QStringList workFolders() const { return m_temp.workFolders(); }
     QString journal() const { return m_fixture.container() + QStringLiteral(".journal"); }
     void fillVault();
     // Flips one byte in the middle of the file's block number blockIndex (from 0) in the container.
     void flipByteInBlock(const QString& vaultPath, int blockIndex);
 
     VaultFixture m_fixture;
-    QString m_temp;
-    QByteArray m_savedTmpdir;
+    CompactionTemp m_temp;
 };
 
 void TestCompaction::init()
@@ -71,21 +72,13 @@ void TestCompaction::init()
     // The work folder goes to the system's temporary folder: point it where the test can look.
     // The manager reads it at each compaction, so it may be set after the fixture made the vault.
     QVERIFY(m_fixture.setUp(QStringLiteral("usb/velmarin.vltx")));
-    m_temp = path(QStringLiteral("tmp"));
-    QVERIFY(QDir().mkpath(m_temp));
-    m_savedTmpdir = qgetenv("TMPDIR");
-    qputenv("TMPDIR", m_temp.toUtf8());
-    QCOMPARE(QDir::tempPath(), m_temp);
+    QVERIFY(m_temp.set(path(QStringLiteral("tmp"))));
 }
 
 void TestCompaction::cleanup()
 {
     m_fixture.tearDown();
-    if (m_savedTmpdir.isEmpty()) {
-        qunsetenv("TMPDIR");
-    } else {
-        qputenv("TMPDIR", m_savedTmpdir);
-    }
+    m_temp.restore();
 }
 
 void TestCompaction::importPattern(const QString& vaultPath, qint64 size, quint32 seed)
@@ -93,11 +86,6 @@ void TestCompaction::importPattern(const QString& vaultPath, qint64 size, quint3
     const QString source = path(QStringLiteral("fonte-%1.bin").arg(seed));
     QVERIFY(TestFiles::writePattern(source, size, seed));
     QVERIFY(m_fixture.vault().importFile(source, vaultPath));
-}
-
-QStringList TestCompaction::workFolders() const
-{
-    return QDir(m_temp).entryList({QStringLiteral("Velmarin-compact-*")}, QDir::Dirs);
 }
 
 void TestCompaction::fillVault()
@@ -432,7 +420,8 @@ void TestCompaction::failedCopyOntoTheDriveKeepsTheNewContainer()
     QCOMPARE(reports, swapReports);
     QVERIFY(!QFileInfo::exists(m_fixture.container()));
     QCOMPARE(QFileInfo(preserved).fileName(), QStringLiteral("velmarin.vltx"));
-    QVERIFY(QFileInfo(preserved).absolutePath().startsWith(m_temp + QStringLiteral("/Velmarin-compact-")));
+    QVERIFY(
+        QFileInfo(preserved).absolutePath().startsWith(m_temp.path() + QStringLiteral("/Velmarin-compact-")));
     QCOMPARE(workFolders().size(), 1);
     QCOMPARE(m_fixture.vault().index().toJson(), index);
 

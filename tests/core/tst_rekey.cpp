@@ -1,5 +1,6 @@
 // A password change with a re-key: the whole vault sealed again under a new master key, in a new
 // container built like a compaction's, so no header of before opens what the container holds now.
+#include "CompactionTemp.h"
 #include "FailureInjection.h"
 #include "FileSizeLimit.h"
 #include "TestFiles.h"
@@ -12,6 +13,7 @@
 #include <QtTest>
 
 using namespace Velmarin::Core;
+using Velmarin::Tests::CompactionTemp;
 using Velmarin::Tests::FailureInjection;
 using Velmarin::Tests::FileSizeLimit;
 using Velmarin::Tests::TestFiles;
@@ -59,7 +61,7 @@ private:
     void importPattern(const QString& vaultPath, qint64 size, quint32 seed);
     // Three files and an empty folder, a fourth file deleted; the vault is left locked.
     void fillVaultAndLock();
-    QStringList workFolders() const;
+    QStringList workFolders() const { return m_temp.workFolders(); }
     // Exports every file of a fresh session on containerPath and compares it with its source.
     void exportsEveryFile(const QString& containerPath, const QByteArray& password);
     bool rekey(QString* preserved = nullptr, QStringList* damaged = nullptr,
@@ -70,8 +72,7 @@ private:
     }
 
     VaultFixture m_fixture;
-    QString m_temp;
-    QByteArray m_savedTmpdir;
+    CompactionTemp m_temp;
     // Vault path to the source its bytes came from.
     QMap<QString, QString> m_sources;
 };
@@ -79,21 +80,14 @@ private:
 void TestRekey::init()
 {
     QVERIFY(m_fixture.setUp(QStringLiteral("usb/velmarin.vltx")));
-    m_temp = path(QStringLiteral("tmp"));
-    QVERIFY(QDir().mkpath(m_temp));
-    m_savedTmpdir = qgetenv("TMPDIR");
-    qputenv("TMPDIR", m_temp.toUtf8());
+    QVERIFY(m_temp.set(path(QStringLiteral("tmp"))));
     m_sources.clear();
 }
 
 void TestRekey::cleanup()
 {
     m_fixture.tearDown();
-    if (m_savedTmpdir.isEmpty()) {
-        qunsetenv("TMPDIR");
-    } else {
-        qputenv("TMPDIR", m_savedTmpdir);
-    }
+    m_temp.restore();
 }
 
 void TestRekey::importPattern(const QString& vaultPath, qint64 size, quint32 seed)
@@ -114,11 +108,6 @@ void TestRekey::fillVaultAndLock()
     QVERIFY(m_fixture.vault().deleteFile(QStringLiteral("Fotos/grande.bin")));
     m_sources.remove(QStringLiteral("Fotos/grande.bin"));
     QVERIFY(m_fixture.vault().lock());
-}
-
-QStringList TestRekey::workFolders() const
-{
-    return QDir(m_temp).entryList({QStringLiteral("Velmarin-compact-*")}, QDir::Dirs);
 }
 
 void TestRekey::exportsEveryFile(const QString& containerPath, const QByteArray& password)

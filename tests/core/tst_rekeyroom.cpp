@@ -1,5 +1,6 @@
 // A re-key on drives short of room: a drive with room for one container only, the local disk the new
 // container is built on, and FAT32's largest file.
+#include "CompactionTemp.h"
 #include "FailureInjection.h"
 #include "LockedVaultEditor.h"
 #include "MountedDrive.h"
@@ -13,6 +14,7 @@
 #include <QtTest>
 
 using namespace Velmarin::Core;
+using Velmarin::Tests::CompactionTemp;
 using Velmarin::Tests::FailureInjection;
 using Velmarin::Tests::LockedVaultEditor;
 using Velmarin::Tests::MountedDrive;
@@ -43,7 +45,7 @@ private Q_SLOTS:
 private:
     QString path(const QString& name) const { return m_fixture.path(name); }
     QString container() const { return m_fixture.container(); }
-    QStringList workFolders() const;
+    QStringList workFolders() const { return m_temp.workFolders(); }
     // Exports every file of a fresh session on containerPath and compares it with its source.
     void exportsEveryFile(const QString& containerPath, const QByteArray& password);
     // A vault on a tmpfs, a 20 MiB file deleted and an 8 MiB one kept, locked; false when no tmpfs.
@@ -54,16 +56,10 @@ private:
     }
 
     VaultFixture m_fixture;
-    QString m_temp;
-    QByteArray m_savedTmpdir;
+    CompactionTemp m_temp;
     // Vault path to the source its bytes came from.
     QMap<QString, QString> m_sources;
 };
-
-QStringList TestRekeyRoom::workFolders() const
-{
-    return QDir(m_temp).entryList({QStringLiteral("Velmarin-compact-*")}, QDir::Dirs);
-}
 
 void TestRekeyRoom::exportsEveryFile(const QString& containerPath, const QByteArray& password)
 {
@@ -75,21 +71,14 @@ void TestRekeyRoom::exportsEveryFile(const QString& containerPath, const QByteAr
 void TestRekeyRoom::init()
 {
     QVERIFY(m_fixture.setUp(QStringLiteral("usb/velmarin.vltx")));
-    m_temp = path(QStringLiteral("tmp"));
-    QVERIFY(QDir().mkpath(m_temp));
-    m_savedTmpdir = qgetenv("TMPDIR");
-    qputenv("TMPDIR", m_temp.toUtf8());
+    QVERIFY(m_temp.set(path(QStringLiteral("tmp"))));
     m_sources.clear();
 }
 
 void TestRekeyRoom::cleanup()
 {
     m_fixture.tearDown();
-    if (m_savedTmpdir.isEmpty()) {
-        qunsetenv("TMPDIR");
-    } else {
-        qputenv("TMPDIR", m_savedTmpdir);
-    }
+    m_temp.restore();
 }
 
 bool TestRekeyRoom::setUpDrive(MountedDrive& drive, QString& driveContainer)
@@ -174,7 +163,8 @@ void TestRekeyRoom::aFailureInTurnKeepsAWholeContainer()
     // The old container went first; the re-keyed one is whole on the local disk and opens with the
     // new password only.
     QVERIFY(!QFileInfo::exists(onDrive));
-    QVERIFY(QFileInfo(preserved).absolutePath().startsWith(m_temp + QStringLiteral("/Velmarin-compact-")));
+    QVERIFY(
+        QFileInfo(preserved).absolutePath().startsWith(m_temp.path() + QStringLiteral("/Velmarin-compact-")));
     exportsEveryFile(preserved, NewPassword);
     QVERIFY(!VaultContents::opens(preserved, TestFiles::password()));
     // The journal on the drive names it: the next unlock, with the new password, puts it back.
@@ -201,7 +191,7 @@ void TestRekeyRoom::aLocalDiskWithoutRoomIsRefusedFirst()
     // 8 MiB of header and 17 MiB of blocks do not fit 16 MiB.
     qputenv("TMPDIR", local.path().toUtf8());
     QVERIFY(!rekey());
-    qputenv("TMPDIR", m_temp.toUtf8());
+    qputenv("TMPDIR", m_temp.path().toUtf8());
     QCOMPARE(m_fixture.vault().lastFailure().reason, Failure::Reason::NoSpace);
     QCOMPARE(m_fixture.vault().lastFailure().path, local.path());
     QVERIFY(QDir(local.path()).entryList({QStringLiteral("Velmarin-compact-*")}, QDir::Dirs).isEmpty());
